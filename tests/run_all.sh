@@ -1,0 +1,77 @@
+#!/usr/bin/env bash
+# Sets up, builds and runs every test:
+#   build/       GCC, warnings as errors: unit and end-to-end tests; benchmarks built, not run
+#   build-clang/ Clang, warnings as errors, AddressSanitizer + UndefinedBehaviorSanitizer: all tests
+#   build-tsan/  Clang, ThreadSanitizer: all tests
+#   build-fuzz/  Clang libFuzzer targets, each run for HOXEN_FUZZ_SECONDS (default 20)
+# Any failing test, sanitizer report or fuzzer finding fails the run.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+root=$PWD
+fuzz_seconds=${HOXEN_FUZZ_SECONDS:-20}
+jobs=$(nproc)
+
+tests/setup.sh
+
+export ASAN_OPTIONS=detect_leaks=1:abort_on_error=1:strict_string_checks=1
+export UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1
+export TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1
+
+passed=0
+failed=0
+run_ctest() { # dir
+  local log="$1/ctest.log" rc=0
+  (cd "$1" && ctest --output-on-failure --timeout 600 -j "$jobs") 2>&1 | tee "$log" || rc=1
+  local line total fails
+  line=$(grep -E 'tests passed, [0-9]+ tests failed out of [0-9]+' "$log" | tail -n 1 || true)
+  total=$(sed -E 's/.*out of ([0-9]+).*/\1/' <<<"$line")
+  fails=$(sed -E 's/.* ([0-9]+) tests failed.*/\1/' <<<"$line")
+  passed=$((passed + ${total:-0} - ${fails:-0}))
+  failed=$((failed + ${fails:-0}))
+  if [ -z "$line" ] || [ "${total:-0}" -eq 0 ]; then rc=1; fi
+  return $rc
+}
+
+configure() { # dir compiler extra-args...
+  local dir=$1 cxx=$2; shift 2
+  local cc=gcc; [ "$cxx" = clang++ ] && cc=clang
+  cmake -S "$root" -B "$dir" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+    -DCMAKE_C_COMPILER=$cc -DCMAKE_CXX_COMPILER=$cxx "$@" >/dev/null
+  cmake --build "$dir" -j "$jobs"
+}
+
+status=0
+echo "== GCC build (warnings as errors)"
+configure build g++ -DHOXEN_WERROR=ON
+run_ctest build || status=1
+
+echo "== Clang build with AddressSanitizer + UndefinedBehaviorSanitizer"
+configure build-clang clang++ -DHOXEN_WERROR=ON -DHOXEN_SANITIZE=address,undefined -DHOXEN_BUILD_BENCH=OFF
+run_ctest build-clang || status=1
+
+echo "== Clang build with ThreadSanitizer"
+configure build-tsan clang++ -DHOXEN_SANITIZE=thread -DHOXEN_BUILD_BENCH=OFF
+run_ctest build-tsan || status=1
+
+if compgen -G "fuzz/*_fuzz.cpp" >/dev/null; then
+  echo "== Fuzz targets, ${fuzz_seconds}s each"
+  configure build-fuzz clang++ -DHOXEN_SANITIZE=address,undefined,fuzzer-no-link \
+    -DHOXEN_BUILD_TESTS=OFF -DHOXEN_BUILD_BENCH=OFF -DHOXEN_BUILD_FUZZ=ON
+  for src in fuzz/*_fuzz.cpp; do
+    name=$(basename "$src" .cpp)
+    corpus=$(mktemp -d)
+    [ -d "fuzz/corpus/$name" ] && cp -r "fuzz/corpus/$name/." "$corpus/"
+    if "build-fuzz/fuzz/$name" -max_total_time="$fuzz_seconds" -timeout=10 -rss_limit_mb=2048 \
+         -artifact_prefix="build-fuzz/$name-" "$corpus" >"build-fuzz/$name.log" 2>&1; then
+      echo "fuzz $name: no findings ($(grep -c . "build-fuzz/$name.log") log lines)"
+      passed=$((passed + 1))
+    else
+      echo "fuzz $name: FINDING"; tail -n 40 "build-fuzz/$name.log"
+      failed=$((failed + 1)); status=1
+    fi
+    rm -rf "$corpus"
+  done
+fi
+
+echo "total: $passed passed, $failed failed"
+exit $status
