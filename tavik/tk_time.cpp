@@ -201,7 +201,9 @@ void datetime::setTime(const char* text) {
 }
 
 long long datetime::getLongLong() const {
-    return static_cast<long long>(at) * 1000 + nFraction / 1000000;
+    // Wraps instead of overflowing for values far beyond any real date.
+    unsigned long long ms = static_cast<unsigned long long>(at) * 1000u;
+    return static_cast<long long>(ms + static_cast<unsigned long long>(nFraction / 1000000));
 }
 
 char* datetime::getTime() {
