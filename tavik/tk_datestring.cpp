@@ -110,11 +110,11 @@ char* string2date::getDateString(const char* text) {
             last = hit;
         }
         if (last != nullptr) {
-            return makeString(const_cast<char*>(last));
+            return makeString(last);
         }
     }
     const char* semicolon = strstr(text, "; ");
-    return semicolon ? makeString(const_cast<char*>(semicolon + 2)) : nullptr;
+    return semicolon ? makeString(semicolon + 2) : nullptr;
 }
 
 int string2date::getMonth(const char* name) const {

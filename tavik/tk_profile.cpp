@@ -248,7 +248,7 @@ char* profile::checkContainsKey(const char* key, ...) {
     char* missing = nullptr;
     for (const char* k = key; k != nullptr; k = va_arg(keys, const char*)) {
         if (!containsKey(k)) {
-            missing = makeString(const_cast<char*>(k));
+            missing = makeString(k);
             break;
         }
     }

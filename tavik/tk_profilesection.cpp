@@ -20,7 +20,7 @@ profileValue* profileSection::appendValue(const char* name, const char* value) {
     if (name == nullptr) {
         return nullptr;
     }
-    char* text = trim(killToken(const_cast<char*>(value != nullptr ? value : ""), '\n'));
+    char* text = trim(killToken(value != nullptr ? value : "", '\n'));
     char* key = trim(name);
     profileValue* found = valueTable.get(key);
     if (found != nullptr) {
