@@ -97,39 +97,9 @@ bool datetime::_local(struct tm* out) const {
     return localtime_r(&at, out) != nullptr;
 }
 
-int datetime::getYear() const {
+int datetime::_field(int tm::*field, int offset, int fallback) const {
     struct tm t;
-    return _local(&t) ? t.tm_year + 1900 : 0;
-}
-
-int datetime::getMonth() const {
-    struct tm t;
-    return _local(&t) ? t.tm_mon + 1 : 0;
-}
-
-int datetime::getDay() const {
-    struct tm t;
-    return _local(&t) ? t.tm_mday : 0;
-}
-
-int datetime::getHour() const {
-    struct tm t;
-    return _local(&t) ? t.tm_hour : 0;
-}
-
-int datetime::getMinute() const {
-    struct tm t;
-    return _local(&t) ? t.tm_min : 0;
-}
-
-int datetime::getSecond() const {
-    struct tm t;
-    return _local(&t) ? t.tm_sec : 0;
-}
-
-int datetime::getDayOfWeek() const {
-    struct tm t;
-    return _local(&t) ? t.tm_wday : -1;
+    return _local(&t) ? t.*field + offset : fallback;
 }
 
 const char* datetime::getMonthName() const {

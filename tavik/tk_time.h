@@ -38,13 +38,14 @@ public:
     virtual bool operator!=(const datetime& other) const;
 
     // Local-time fields; 0 (getDayOfWeek -1) when the value cannot be converted.
-    int getYear() const;
-    int getMonth() const;
-    int getDay() const;
-    int getHour() const;
-    int getMinute() const;
-    int getSecond() const;
-    int getDayOfWeek() const;
+    int getYear() const { return _field(&tm::tm_year, 1900, 0); }
+    int getMonth() const { return _field(&tm::tm_mon, 1, 0); }
+    int getDay() const { return _field(&tm::tm_mday, 0, 0); }
+    int getHour() const { return _field(&tm::tm_hour, 0, 0); }
+    int getMinute() const { return _field(&tm::tm_min, 0, 0); }
+    int getSecond() const { return _field(&tm::tm_sec, 0, 0); }
+    // 0 = Sunday to 6.
+    int getDayOfWeek() const { return _field(&tm::tm_wday, 0, -1); }
     // "Jan" to "Dec"; "" when the value cannot be converted.
     const char* getMonthName() const;
 
@@ -78,6 +79,8 @@ public:
 
 private:
     bool _local(struct tm* out) const;
+    // A field of the local time plus offset, or fallback when the value cannot be converted.
+    int _field(int tm::*field, int offset, int fallback) const;
     void _readClock();
 };
 

@@ -116,24 +116,28 @@ TEST_F(TimeTest, LastMonthDayLeavesOutThe400YearRule) {
 }
 
 TEST_F(TimeTest, AddCarriesThroughTheCalendar) {
-    datetime d = make(2023, 1, 31, 10, 0, 0);
-    d.add(datetime::Month, 1);
-    EXPECT_STREQ(d.getTime(), "2023/02/28 10:00:00");
-    d = make(2024, 1, 31, 10, 0, 0);
-    d.add(datetime::Month, 1);
-    EXPECT_STREQ(d.getTime(), "2024/02/29 10:00:00");
-    d = make(2023, 3, 31, 0, 0, 0);
-    d.add(datetime::Month, -1);
-    EXPECT_STREQ(d.getTime(), "2023/02/28 00:00:00");
-    d = make(2023, 2, 28, 0, 0, 0);
-    d.add(datetime::Day, 1);
-    EXPECT_STREQ(d.getTime(), "2023/03/01 00:00:00");
-    d = make(2000, 2, 28, 12, 0, 0);  // the year 2000 has no 29 February here
-    d.add(datetime::Day, 1);
-    EXPECT_STREQ(d.getTime(), "2000/03/01 12:00:00");
-    d = make(2024, 2, 29, 0, 0, 0);
-    d.add(datetime::Year, 1);
-    EXPECT_STREQ(d.getTime(), "2025/03/01 00:00:00");
+    struct step {
+        int year, month, day, hour;
+        datetime::Type type;
+        int n;
+        const char* result;
+    } steps[] = {
+        {2023, 1, 31, 10, datetime::Month, 1, "2023/02/28 10:00:00"},
+        {2024, 1, 31, 10, datetime::Month, 1, "2024/02/29 10:00:00"},
+        {2023, 3, 31, 0, datetime::Month, -1, "2023/02/28 00:00:00"},
+        {2023, 2, 28, 0, datetime::Day, 1, "2023/03/01 00:00:00"},
+        // The year 2000 has no 29 February here.
+        {2000, 2, 28, 12, datetime::Day, 1, "2000/03/01 12:00:00"},
+        {2024, 2, 29, 0, datetime::Year, 1, "2025/03/01 00:00:00"},
+        {2023, 1, 1, 0, datetime::Second, -1, "2022/12/31 23:59:59"},
+        {2023, 1, 1, 0, datetime::Hour, 24 * 365, "2024/01/01 00:00:00"},
+    };
+    datetime d;
+    for (const step& s : steps) {
+        d = make(s.year, s.month, s.day, s.hour, 0, 0);
+        d.add(s.type, s.n);
+        EXPECT_STREQ(d.getTime(), s.result);
+    }
     d = make(2023, 12, 31, 23, 59, 59);
     time_t before = d.at;
     d.add(datetime::Second, 3600);
