@@ -79,8 +79,11 @@ public:
     int save();
     virtual void reflush() { save(); }
 
+    // Characters a line may hold before its line feed.
     static const int lineLimit = 4095;
 
+    // Removing the section or value the cursor is on clears the cursor; so does replacing
+    // that section through a blank-padded name.
     profileSection* findSection(const char* name);
     profileSection* appendSection(const char* name);
     int removeSection(const char* name);
