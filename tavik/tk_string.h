@@ -117,6 +117,7 @@ public:
 
 private:
     void _release();
+    void _append(const char* s, size_t n);
 };
 
 // A fixed-length array of strings; indices are never checked against length by ref().
