@@ -1,0 +1,150 @@
+// The library logger on its real fixed paths (/tmp/logging.dat, /var/log/quillo), which only
+// the sandbox's private tmpfs mounts make safe to use; outside it every case is skipped.
+#include "tavik/tk_log.h"
+#include "tavik/tk_socket.h"
+
+#include <dirent.h>
+#include <sys/stat.h>
+
+#include <gtest/gtest.h>
+
+#include <ctime>
+#include <fstream>
+#include <regex>
+#include <sstream>
+#include <string>
+
+using tavik::_log;
+
+namespace {
+
+bool exists(const char* p) {
+    struct stat st;
+    return stat(p, &st) == 0;
+}
+
+std::string readFile(const std::string& p) {
+    std::ifstream in(p);
+    std::stringstream all;
+    all << in.rdbuf();
+    return all.str();
+}
+
+std::string logFileFor(time_t when) {
+    struct tm t;
+    localtime_r(&when, &t);
+    char p[64];
+    strftime(p, sizeof p, "/var/log/quillo/%Y%m/%d.log", &t);
+    return p;
+}
+
+std::string clockText(time_t when) {
+    struct tm t;
+    localtime_r(&when, &t);
+    char text[16];
+    strftime(text, sizeof text, "%H:%M:%S", &t);
+    return text;
+}
+
+int openDescriptors() {
+    int n = 0;
+    DIR* d = opendir("/proc/self/fd");
+    while (readdir(d) != nullptr) {
+        n++;
+    }
+    closedir(d);
+    return n;
+}
+
+class LogSandboxTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        if (readFile("/proc/self/mounts").find("sandbox-var-log /var/log tmpfs") ==
+            std::string::npos) {
+            GTEST_SKIP() << "runs only inside tools/sandbox";
+        }
+        ASSERT_EQ(0, system("rm -rf /var/log/quillo /tmp/logging.dat"));
+    }
+    void switchOn() { std::ofstream("/tmp/logging.dat") << ""; }
+};
+
+}  // namespace
+
+TEST_F(LogSandboxTest, WarnWithoutSwitchFileWritesNothing) {
+    _log::instance().warn("nobody reads this");
+    EXPECT_FALSE(exists("/var/log/quillo"));
+}
+
+TEST_F(LogSandboxTest, WarnAppendsStampedLineToDailyFile) {
+    switchOn();
+    time_t before = time(nullptr);
+    _log::instance().warn("disk 100% full %s %n");
+    _log::instance().warn("second");
+    time_t after = time(nullptr);
+    if (logFileFor(before) != logFileFor(after)) {
+        GTEST_SKIP() << "the day changed during the test";
+    }
+    std::string text = readFile(logFileFor(before));
+    std::smatch m;
+    ASSERT_TRUE(std::regex_match(
+        text, m, std::regex(R"(\[(\d\d:\d\d:\d\d)\] w disk 100% full %s %n\n\[[\d:]{8}\] w second\n)")))
+        << text;
+    EXPECT_GE(m[1].str(), clockText(before));
+    EXPECT_LE(m[1].str(), clockText(after));
+}
+
+TEST_F(LogSandboxTest, LevelsCarryTheirLetters) {
+    for (int level = 0; level <= 7; level++) {
+        _log::instance().writelog(static_cast<tavik::log_type>(level), "m");
+    }
+    std::string text = readFile(logFileFor(time(nullptr)));
+    std::string letters;
+    for (size_t at = text.find("] "); at != std::string::npos; at = text.find("] ", at + 1)) {
+        letters += text[at + 2];
+    }
+    EXPECT_EQ("ucewidtu", letters) << text;
+}
+
+TEST_F(LogSandboxTest, LineIsDroppedWhenItCannotBePlaced) {
+    std::ofstream("/var/log/quillo") << "a file where the directory belongs";
+    _log::instance().writelog(tavik::log_warn, "lost");
+    EXPECT_EQ("a file where the directory belongs", readFile("/var/log/quillo"));
+
+    ASSERT_EQ(0, unlink("/var/log/quillo"));
+    std::string file = logFileFor(time(nullptr));
+    ASSERT_EQ(0, system(("mkdir -p " + file).c_str()));  // the day's file is a directory
+    _log::instance().writelog(tavik::log_warn, "lost");
+    EXPECT_TRUE(exists(file.c_str()));
+}
+
+TEST_F(LogSandboxTest, TimedConnectFailureIsLoggedAndLeaksNothing) {
+    switchOn();
+    int refused = ::socket(AF_INET, SOCK_STREAM, 0);  // bound, never listening
+    sockaddr_in a = {};
+    a.sin_family = AF_INET;
+    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t len = sizeof a;
+    ASSERT_EQ(0, bind(refused, reinterpret_cast<sockaddr*>(&a), len));
+    ASSERT_EQ(0, getsockname(refused, reinterpret_cast<sockaddr*>(&a), &len));
+    unsigned int port = ntohs(a.sin_port);
+
+    int descriptors = openDescriptors();
+    {
+        tavik::socks s;
+        EXPECT_EQ(0, s.connect("127.0.0.1", port, 1, 0));
+        EXPECT_FALSE(s.connected);
+        EXPECT_EQ(0, s.connect(nullptr, port, 0, 200000));
+        s.disconnect();
+        EXPECT_EQ(descriptors, openDescriptors());
+        EXPECT_EQ(0, s.connect("127.0.0.1", port, 1, 0));
+    }
+    EXPECT_EQ(descriptors, openDescriptors());
+    close(refused);
+
+    std::string text = readFile(logFileFor(time(nullptr)));
+    std::string expected = "] w connect to 127.0.0.1:" + std::to_string(port) +
+                           " failed: Connection refused\n";
+    size_t first = text.find(expected);
+    ASSERT_NE(std::string::npos, first) << text;
+    EXPECT_NE(std::string::npos, text.find(expected, first + 1)) << text;
+}
