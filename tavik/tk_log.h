@@ -10,8 +10,9 @@
 
 namespace tavik {
 
-// Level of a log line; the letter that a line carries is given by levelLetter().
-enum log_type {
+// Level of a log line; the letter that a line carries is given by levelLetter(). The type is
+// int-sized so that any number converted to it is a valid value (written as level u).
+enum log_type : int {
     log_none = 0,
     log_critical = 1,
     log_err = 2,
