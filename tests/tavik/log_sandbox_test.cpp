@@ -2,8 +2,8 @@
 // the sandbox's private tmpfs mounts make safe to use; outside it every case is skipped.
 #include "tavik/tk_log.h"
 #include "tavik/tk_socket.h"
+#include "tests/tavik/loopback_port.h"
 
-#include <dirent.h>
 #include <sys/stat.h>
 
 #include <gtest/gtest.h>
@@ -30,31 +30,15 @@ std::string readFile(const std::string& p) {
     return all.str();
 }
 
-std::string logFileFor(time_t when) {
+std::string formatTime(time_t when, const char* format) {
     struct tm t;
     localtime_r(&when, &t);
-    char p[64];
-    strftime(p, sizeof p, "/var/log/quillo/%Y%m/%d.log", &t);
-    return p;
-}
-
-std::string clockText(time_t when) {
-    struct tm t;
-    localtime_r(&when, &t);
-    char text[16];
-    strftime(text, sizeof text, "%H:%M:%S", &t);
+    char text[64];
+    strftime(text, sizeof text, format, &t);
     return text;
 }
 
-int openDescriptors() {
-    int n = 0;
-    DIR* d = opendir("/proc/self/fd");
-    while (readdir(d) != nullptr) {
-        n++;
-    }
-    closedir(d);
-    return n;
-}
+std::string logFileFor(time_t when) { return formatTime(when, "/var/log/quillo/%Y%m/%d.log"); }
 
 class LogSandboxTest : public ::testing::Test {
 protected:
@@ -89,8 +73,8 @@ TEST_F(LogSandboxTest, WarnAppendsStampedLineToDailyFile) {
     ASSERT_TRUE(std::regex_match(
         text, m, std::regex(R"(\[(\d\d:\d\d:\d\d)\] w disk 100% full %s %n\n\[[\d:]{8}\] w second\n)")))
         << text;
-    EXPECT_GE(m[1].str(), clockText(before));
-    EXPECT_LE(m[1].str(), clockText(after));
+    EXPECT_GE(m[1].str(), formatTime(before, "%H:%M:%S"));
+    EXPECT_LE(m[1].str(), formatTime(after, "%H:%M:%S"));
 }
 
 TEST_F(LogSandboxTest, LevelsCarryTheirLetters) {
@@ -119,14 +103,8 @@ TEST_F(LogSandboxTest, LineIsDroppedWhenItCannotBePlaced) {
 
 TEST_F(LogSandboxTest, TimedConnectFailureIsLoggedAndLeaksNothing) {
     switchOn();
-    int refused = ::socket(AF_INET, SOCK_STREAM, 0);  // bound, never listening
-    sockaddr_in a = {};
-    a.sin_family = AF_INET;
-    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t len = sizeof a;
-    ASSERT_EQ(0, bind(refused, reinterpret_cast<sockaddr*>(&a), len));
-    ASSERT_EQ(0, getsockname(refused, reinterpret_cast<sockaddr*>(&a), &len));
-    unsigned int port = ntohs(a.sin_port);
+    LoopbackPort refused(false);
+    unsigned int port = refused.port;
 
     int descriptors = openDescriptors();
     {
@@ -139,7 +117,6 @@ TEST_F(LogSandboxTest, TimedConnectFailureIsLoggedAndLeaksNothing) {
         EXPECT_EQ(0, s.connect("127.0.0.1", port, 1, 0));
     }
     EXPECT_EQ(descriptors, openDescriptors());
-    close(refused);
 
     std::string text = readFile(logFileFor(time(nullptr)));
     std::string expected = "] w connect to 127.0.0.1:" + std::to_string(port) +

@@ -1,7 +1,7 @@
 // The TCP client socket against small peers on 127.0.0.1.
 #include "tavik/tk_socket.h"
+#include "tests/tavik/loopback_port.h"
 
-#include <dirent.h>
 #include <sys/resource.h>
 
 #include <gtest/gtest.h>
@@ -21,41 +21,6 @@ double secondsSince(Clock::time_point start) {
     return std::chrono::duration<double>(Clock::now() - start).count();
 }
 
-// A socket bound to 127.0.0.1 on a free port; listening or not (then connects are refused).
-class LocalPort {
-public:
-    explicit LocalPort(bool listening) {
-        fd = ::socket(AF_INET, SOCK_STREAM, 0);
-        sockaddr_in a = {};
-        a.sin_family = AF_INET;
-        a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        socklen_t len = sizeof a;
-        EXPECT_EQ(0, bind(fd, reinterpret_cast<sockaddr*>(&a), len));
-        EXPECT_EQ(0, getsockname(fd, reinterpret_cast<sockaddr*>(&a), &len));
-        port = ntohs(a.sin_port);
-        if (listening) {
-            EXPECT_EQ(0, listen(fd, 8));
-        }
-    }
-    ~LocalPort() { close(fd); }
-
-    // The server side of the next connection; the caller closes it.
-    int accept() { return ::accept(fd, nullptr, nullptr); }
-
-    int fd;
-    unsigned int port;
-};
-
-int openDescriptors() {
-    int n = 0;
-    DIR* d = opendir("/proc/self/fd");
-    while (readdir(d) != nullptr) {
-        n++;
-    }
-    closedir(d);
-    return n;
-}
-
 std::string readExactly(int fd, size_t n) {
     std::string got(n, '\0');
     size_t have = 0;
@@ -73,7 +38,7 @@ std::string readExactly(int fd, size_t n) {
 }  // namespace
 
 TEST(SocketTest, NullHostConnectsToLoopbackAndZeroLengthSendsWholeText) {
-    LocalPort server(true);
+    LoopbackPort server(true);
     socks s;
     ASSERT_EQ(1, s.connect(nullptr, server.port));
     EXPECT_TRUE(s.connected);
@@ -90,7 +55,7 @@ TEST(SocketTest, NullHostConnectsToLoopbackAndZeroLengthSendsWholeText) {
 }
 
 TEST(SocketTest, RecvReportsTimeoutDataAndPeerClose) {
-    LocalPort server(true);
+    LoopbackPort server(true);
     socks s;
     ASSERT_EQ(1, s.connect("127.0.0.1", server.port));
     EXPECT_STREQ("127.0.0.1", s.serviceAddr.getPtr());
@@ -121,7 +86,7 @@ TEST(SocketTest, DisconnectedSocketRefusesIo) {
     EXPECT_EQ(tavik::sErrDisconnected, fresh.recv(buf, sizeof buf, 0, 0));
     EXPECT_EQ(0, fresh.waitForRead(0, 0));
 
-    LocalPort server(true);
+    LoopbackPort server(true);
     socks s;
     ASSERT_EQ(1, s.connect(nullptr, server.port));
     s.disconnect();
@@ -133,7 +98,7 @@ TEST(SocketTest, DisconnectedSocketRefusesIo) {
 }
 
 TEST(SocketTest, ConnectsByNameAndWithTimeLimit) {
-    LocalPort server(true);
+    LoopbackPort server(true);
     socks byName;
     EXPECT_EQ(1, byName.connect("localhost", server.port));
     EXPECT_EQ(htonl(INADDR_LOOPBACK), byName.addr.sin_addr.s_addr);
@@ -146,8 +111,8 @@ TEST(SocketTest, ConnectsByNameAndWithTimeLimit) {
 }
 
 TEST(SocketTest, FailedConnectsLeakNoDescriptor) {
-    LocalPort refused(false);
-    LocalPort server(true);
+    LoopbackPort refused(false);
+    LoopbackPort server(true);
     int before = openDescriptors();
     {
         socks s;
@@ -172,7 +137,7 @@ TEST(SocketTest, FailedConnectsLeakNoDescriptor) {
 }
 
 TEST(SocketTest, WriteAfterPeerResetFailsWithoutSignal) {
-    LocalPort server(true);
+    LoopbackPort server(true);
     socks s;
     ASSERT_EQ(1, s.connect(nullptr, server.port));
     int peer = server.accept();
@@ -190,7 +155,7 @@ TEST(SocketTest, WriteAfterPeerResetFailsWithoutSignal) {
 }
 
 TEST(SocketTest, DisconnectWakesPendingRecv) {
-    LocalPort server(true);
+    LoopbackPort server(true);
     socks s;
     ASSERT_EQ(1, s.connect(nullptr, server.port));
     int peer = server.accept();
@@ -213,7 +178,7 @@ TEST(SocketTest, DisconnectWakesPendingRecv) {
 }
 
 TEST(SocketTest, SenderAndReceiverRunTogether) {
-    LocalPort server(true);
+    LoopbackPort server(true);
     socks s;
     ASSERT_EQ(1, s.connect(nullptr, server.port));
     int peer = server.accept();
@@ -261,7 +226,7 @@ TEST(SocketTest, WaitsWorkOnDescriptorsAboveFdSetSize) {
     if (lim.rlim_cur < needed) {
         GTEST_SKIP() << "descriptor limit too low";
     }
-    LocalPort server(true);
+    LoopbackPort server(true);
     std::vector<int> fillers;
     while (true) {
         int fd = dup(server.fd);
