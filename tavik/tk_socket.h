@@ -75,7 +75,7 @@ public:
     // Connect that gives up after sec seconds plus usec MICROseconds. A refused or failed
     // attempt writes a warning through the library logger and returns 0. An attempt still
     // pending when the limit passes counts as connected (1): the first send or recv then
-    // reports the real state.
+    // reports the real state. A still-connected object is closed and the call fails.
     virtual int connect(const char* host, unsigned int port, long sec, long usec) {
         bool wasConnected = connected;
         disconnect();
