@@ -100,29 +100,19 @@ void BM_FormatStd(benchmark::State& state) {
 BENCHMARK(BM_FormatStd)->Apply(sizes);
 
 // Builds a line of the argument's length from 10-byte fields.
-void BM_AppendTavik(benchmark::State& state) {
+template <typename Text>
+void BM_Append(benchmark::State& state) {
     const size_t fields = static_cast<size_t>(state.range(0)) / 10;
     for (auto _ : state) {
-        tavik::string line;
+        Text line;
         for (size_t i = 0; i < fields; ++i) {
             line += "field=123,";
         }
-        benchmark::DoNotOptimize(line.buffer);
+        benchmark::DoNotOptimize(&line);
     }
 }
-BENCHMARK(BM_AppendTavik)->Apply(sizes);
-
-void BM_AppendStd(benchmark::State& state) {
-    const size_t fields = static_cast<size_t>(state.range(0)) / 10;
-    for (auto _ : state) {
-        std::string line;
-        for (size_t i = 0; i < fields; ++i) {
-            line += "field=123,";
-        }
-        benchmark::DoNotOptimize(line.data());
-    }
-}
-BENCHMARK(BM_AppendStd)->Apply(sizes);
+BENCHMARK_TEMPLATE(BM_Append, tavik::string)->Apply(sizes);
+BENCHMARK_TEMPLATE(BM_Append, std::string)->Apply(sizes);
 
 }  // namespace
 

@@ -8,7 +8,7 @@
 #include <string.h>
 #include <strings.h>
 
-#include <memory>
+#include <vector>
 
 #include "tavik/tk_common.h"
 
@@ -47,11 +47,9 @@ void cutPieces(const char* text, const char* delim, Piece piece) {
     const char* end = text + strlen(text);
     const char* cursor = text;
     const char* match = nullptr;
-    if (delim == nullptr) {
-        match = nullptr;
-    } else if (delimLength > 0) {
+    if (delimLength > 0) {
         match = strstr(cursor, delim);
-    } else if (end - text >= 2) {
+    } else if (delim != nullptr && end - text >= 2) {
         // An empty delimiter "matches" at every inner position: single characters.
         match = text + 1;
     }
@@ -78,40 +76,34 @@ inline bool sameLetter(char a, char b) {
 // pattern start at every position from i to L - 1; a '*' reached at the end of the text, or
 // one that ends the pattern, is a match.
 bool wildmatch(const char* text, const char* pattern) {
-    const size_t m = pattern ? strlen(pattern) : 0;
-    if (m == 0) {
+    const size_t patternLength = pattern ? strlen(pattern) : 0;
+    if (patternLength == 0) {
         return true;
     }
-    const size_t L = strlen(text);
-    unsigned char small[3 * 65];
-    std::unique_ptr<unsigned char[]> large;
-    unsigned char* memory = small;
-    if (m + 1 > 65) {
-        large.reset(new unsigned char[3 * (m + 1)]);
-        memory = large.get();
-    }
-    unsigned char* cur = memory;
-    unsigned char* next = memory + (m + 1);
-    unsigned char* absorbing = memory + 2 * (m + 1);
-    memset(memory, 0, 3 * (m + 1));
+    const size_t textLength = strlen(text);
+    const size_t states = patternLength + 1;
+    std::vector<unsigned char> memory(3 * states, 0);
+    unsigned char* cur = memory.data();
+    unsigned char* next = cur + states;
+    unsigned char* absorbing = next + states;
     cur[0] = 1;
     for (size_t i = 0;; ++i) {
-        for (size_t j = 0; j < m; ++j) {
+        for (size_t j = 0; j < patternLength; ++j) {
             if (!cur[j] || pattern[j] != '*') {
                 continue;
             }
-            if (i == L || j + 1 == m) {
+            if (i == textLength || j + 1 == patternLength) {
                 return true;
             }
             absorbing[j] = 1;
             cur[j + 1] = 1;
         }
-        if (i == L) {
-            return cur[m] != 0;
+        if (i == textLength) {
+            return cur[patternLength] != 0;
         }
-        memset(next, 0, m + 1);
+        memset(next, 0, states);
         const char c = text[i];
-        for (size_t j = 0; j < m; ++j) {
+        for (size_t j = 0; j < patternLength; ++j) {
             if (!cur[j]) {
                 continue;
             }
@@ -120,8 +112,8 @@ bool wildmatch(const char* text, const char* pattern) {
                 next[j + 1] = 1;
             }
         }
-        if (i + 1 < L) {
-            for (size_t j = 0; j < m; ++j) {
+        if (i + 1 < textLength) {
+            for (size_t j = 0; j < patternLength; ++j) {
                 if (absorbing[j]) {
                     next[j + 1] = 1;
                 }
@@ -189,35 +181,29 @@ string& string::operator=(const string& other) {
     return *this = other.buffer;
 }
 
-string& string::operator+=(const char* s) {
-    if (s == nullptr) {
-        return *this;
-    }
+void string::_append(const char* s, size_t n) {
     const size_t oldLength = getLength();
-    const size_t addLength = strlen(s);
-    char* joined = new char[oldLength + addLength + 1];
+    char* joined = new char[oldLength + n + 1];
     if (oldLength > 0) {
         memcpy(joined, buffer, oldLength);
     }
-    memcpy(joined + oldLength, s, addLength + 1);
+    memcpy(joined + oldLength, s, n);
+    joined[oldLength + n] = 0;
     delete[] buffer;
     buffer = joined;
+}
+
+string& string::operator+=(const char* s) {
+    if (s != nullptr) {
+        _append(s, strlen(s));
+    }
     return *this;
 }
 
 string& string::operator+=(char c) {
-    if (c == 0) {
-        return *this;
+    if (c != 0) {
+        _append(&c, 1);
     }
-    const size_t oldLength = getLength();
-    char* joined = new char[oldLength + 2];
-    if (oldLength > 0) {
-        memcpy(joined, buffer, oldLength);
-    }
-    joined[oldLength] = c;
-    joined[oldLength + 1] = 0;
-    delete[] buffer;
-    buffer = joined;
     return *this;
 }
 
@@ -257,7 +243,8 @@ unsigned int string::getLength() const {
 }
 
 char string::charAt(int i) const {
-    if (buffer == nullptr || i < 0 || strnlen(buffer, static_cast<size_t>(i) + 1) <= (size_t)i) {
+    if (buffer == nullptr || i < 0 ||
+        strnlen(buffer, static_cast<size_t>(i) + 1) <= static_cast<size_t>(i)) {
         return 0;
     }
     return buffer[i];
@@ -301,7 +288,7 @@ bool string::equals(const char* s) const {
 
 template <bool caseSensitive>
 bool string::startsWith(const char* s, int from) const {
-    if (buffer == nullptr || s == nullptr || from < 0 || (size_t)from > getLength()) {
+    if (buffer == nullptr || s == nullptr || from < 0 || static_cast<size_t>(from) > getLength()) {
         return false;
     }
     // strncmp stops at the text's terminator, so a short text is never read past.

@@ -1,10 +1,10 @@
-// The library's text value: tavik::string owns one exact-size, NUL-terminated heap text
-// (a null buffer means "no text", distinct from ""), and tavik::strArr is a fixed array of them.
-// Members returning char* hand out scratch texts owned by the pool g_rav: read them at once,
-// never free them, copy what you keep. split/newStrArr/split2vector/cloneText results belong
-// to the caller. Objects are not locked: one thread owns a string or strArr at a time.
-#ifndef TAVIK_TK_STRING_H
-#define TAVIK_TK_STRING_H
+// tavik::string owns one exact-size, NUL-terminated heap text (a null buffer means "no text",
+// distinct from ""); tavik::strArr is a fixed array of them. The slicing and filtering members
+// (substring ... replaceWith) return scratch texts of the pool g_rav: read at once, never free,
+// copy what you keep. split, split2vector, newStrArr and cloneText results belong to the caller.
+// Not locked: one thread owns a string or strArr at a time.
+#ifndef TAVIK_TK_STRING_H_
+#define TAVIK_TK_STRING_H_
 
 #include <cstddef>
 #include <cstdarg>
@@ -105,8 +105,9 @@ public:
     char* toCapital();
 
     // Pieces between delimiters; empty pieces inside and at the front are dropped, the last
-    // piece is always kept (even when empty). An empty delimiter cuts into single characters.
-    // The caller deletes the result; a null string gives an empty array.
+    // piece is always kept (even when empty). An empty delimiter cuts into single characters,
+    // a null one keeps the text whole. The caller deletes the result; a null string gives an
+    // empty array.
     strArr* split(const char* delim) const;
     // The same pieces as owned texts; null instead of an empty vector. The caller deletes it.
     text_vector* split2vector(const char* delim) const;
@@ -116,6 +117,7 @@ public:
 
 private:
     void _release();
+    void _append(const char* s, size_t n);
 };
 
 // A fixed-length array of strings; indices are never checked against length by ref().
@@ -151,4 +153,4 @@ strArr* newStrArr(const char* first, ...) __attribute__((sentinel));
 
 }  // namespace tavik
 
-#endif  // TAVIK_TK_STRING_H
+#endif  // TAVIK_TK_STRING_H_

@@ -1,5 +1,7 @@
 #include "tavik/tk_string.h"
 
+#include "tavik/tk_list.h"
+
 #include <gtest/gtest.h>
 
 #include <cctype>
@@ -51,7 +53,6 @@ using Pieces = std::vector<std::string>;
 }  // namespace
 
 TEST(StringTest, ConstructionTellsNoTextFromEmptyText) {
-    EXPECT_EQ(nullptr, tavik::string().get());
     EXPECT_EQ(nullptr, tavik::string(static_cast<const char*>(nullptr)).get());
     EXPECT_EQ(nullptr, tavik::string(nullptr, 3).get());
     tavik::string empty(nullptr, 0);
@@ -63,46 +64,31 @@ TEST(StringTest, ConstructionTellsNoTextFromEmptyText) {
     EXPECT_STREQ("-42", tavik::string(-42).get());
 }
 
-TEST(StringTest, SetAndAssignmentReplaceTheTextAndMayReadIt) {
+TEST(StringTest, AssignmentAndAppendMayReadTheirOwnText) {
     tavik::string s("abcdef");
-    s.set("xyz12", 3);
-    EXPECT_STREQ("xyz", s.get());
     s.set("abc", 0);
     EXPECT_EQ(nullptr, s.get());
     s = "held";
     s.set(nullptr, 4);  // releases the old text (the leak checker watches this)
     EXPECT_EQ(nullptr, s.get());
-
-    s = "protocol";
-    s = s.get();
-    EXPECT_STREQ("protocol", s.get());
-    s = s.get() + 3;
-    EXPECT_STREQ("tocol", s.get());
-    s.set(s.get() + 1, 3);
-    EXPECT_STREQ("oco", s.get());
-    s += s.get();
-    EXPECT_STREQ("ocooco", s.get());
-    EXPECT_EQ(8, s.format("%s%s", s.get(), "!!"));
-    EXPECT_STREQ("ocooco!!", s.get());
-    tavik::string copy(s);
-    tavik::string& alias = copy;
-    copy = alias;
-    s = copy;
-    EXPECT_STREQ("ocooco!!", copy.get());
-    EXPECT_NE(copy.get(), s.get());
-    s = static_cast<const char*>(nullptr);
-    EXPECT_EQ(nullptr, s.get());
-}
-
-TEST(StringTest, AppendIgnoresNullAndZeroCharacter) {
-    tavik::string s;
     s += static_cast<const char*>(nullptr);
     s += '\0';
     EXPECT_EQ(nullptr, s.get());
-    s += 'a';
-    s += "bc";
+
+    s = "protocol";
+    s = s.get();
+    s = s.get() + 3;
+    EXPECT_STREQ("tocol", s.get());
+    s.set(s.get() + 1, 3);
+    s += s.get();
     s += '\0';
-    EXPECT_STREQ("abc", s.get());
+    EXPECT_STREQ("ocooco", s.get());
+    EXPECT_EQ(8, s.format("%s%s", s.get(), "!!"));
+    tavik::string copy(s);
+    tavik::string& alias = copy;
+    copy = alias;
+    EXPECT_STREQ("ocooco!!", copy.get());
+    EXPECT_NE(copy.get(), s.get());
 }
 
 TEST(StringTest, FormatReturnsNewLength) {
@@ -112,7 +98,6 @@ TEST(StringTest, FormatReturnsNewLength) {
     EXPECT_EQ(0, s.format(nullptr));
     EXPECT_STREQ("7-x", s.get());
     EXPECT_EQ(1, s.format("a%cb", 0));
-    EXPECT_STREQ("a", s.get());
     // A wide character the C locale cannot encode makes the measuring call fail.
     const wchar_t unencodable[] = {0x10FFFF, 0};
     EXPECT_EQ(5, s.format("%ls", unencodable));
@@ -121,77 +106,47 @@ TEST(StringTest, FormatReturnsNewLength) {
 
 TEST(StringTest, ReadingToleratesNoTextAndOutOfRangeIndices) {
     tavik::string none;
-    EXPECT_EQ(0u, none.length());
     EXPECT_TRUE(none.isEmpty());
     EXPECT_EQ(0, none.intValue());
-    EXPECT_FALSE(none.boolValue());
     EXPECT_EQ(nullptr, none.cloneText());
     EXPECT_EQ(0, none.charAt(0));
-
     tavik::string s("abc");
     EXPECT_EQ('c', s[2]);
     EXPECT_EQ(0, s.charAt(3));
-    EXPECT_EQ(0, s.charAt(100));
     EXPECT_EQ(0, s.charAt(-1));
-    EXPECT_EQ(-17, tavik::string("-17x").intValue());
-    EXPECT_EQ(9000000000LL, tavik::string("9000000000").longlongValue());
-    EXPECT_DOUBLE_EQ(2.5, tavik::string("2.5").doubleValue());
-    EXPECT_TRUE(tavik::string("TRUE").boolValue());
     EXPECT_TRUE(tavik::string("True").boolValue());
     EXPECT_FALSE(tavik::string("1").boolValue());
     EXPECT_FALSE(tavik::string("yes").boolValue());
-    std::unique_ptr<char[]> clone(s.cloneText());
-    EXPECT_STREQ("abc", clone.get());
-    EXPECT_NE(s.get(), clone.get());
 }
 
-TEST(StringTest, ComparisonsAndAffixes) {
+TEST(StringTest, AffixesNeedTextAtTheirPlace) {
     tavik::string s("Hello.TXT");
-    EXPECT_TRUE(s.equals("Hello.TXT"));
-    EXPECT_FALSE(s.equals<true>("hello.txt"));
     EXPECT_TRUE(s.equals<false>("hello.txt"));
-    EXPECT_FALSE(s.equals(nullptr));
+    EXPECT_FALSE(s.equals("hello.txt"));
     EXPECT_TRUE(tavik::string().equals(nullptr));
     EXPECT_FALSE(tavik::string().equals(""));
-
-    EXPECT_TRUE(s.startsWith("Hell"));
     EXPECT_TRUE(s.startsWith<true>(".TXT", 5));
     EXPECT_FALSE(s.startsWith<true>(".TXTX", 5));
     EXPECT_FALSE(s.startsWith<true>("x", 100));
-    EXPECT_FALSE(s.startsWith<true>("H", -1));
-    EXPECT_TRUE(s.startsWith<false>("hELL"));
     EXPECT_FALSE(tavik::string().startsWith(""));
-
-    EXPECT_TRUE(s.endsWith(".TXT"));
-    EXPECT_FALSE(s.endsWith(".txt"));
     EXPECT_TRUE(s.endsWith<false>(".txt"));
     EXPECT_FALSE(s.endsWith("xHello.TXT"));
     EXPECT_FALSE(tavik::string("").endsWith(""));
-    EXPECT_FALSE(tavik::string().endsWith(""));
 }
 
 TEST(StringTest, SearchesNeverOverlapMatches) {
-    tavik::string s("aaaa");
-    EXPECT_EQ(2, s.lastIndexOf<true>("aa"));
+    EXPECT_EQ(2, tavik::string("aaaa").lastIndexOf<true>("aa"));
     EXPECT_EQ(0, tavik::string("aaa").lastIndexOf<true>("aa"));
-    EXPECT_EQ(-1, s.lastIndexOf('x'));
-    EXPECT_EQ(3, s.lastIndexOf('a'));
-
     tavik::string line("key=value; Key=other");
-    EXPECT_EQ(3, line.indexOf('='));
+    EXPECT_EQ(-1, line.lastIndexOf('x'));
     EXPECT_EQ(14, line.indexOf('=', 4));
     EXPECT_EQ(-1, line.indexOf('=', 100));
-    EXPECT_EQ(3, line.indexOf('=', -5));
-    EXPECT_EQ(0, line.indexOf<true>("key"));
     EXPECT_EQ(-1, line.indexOf<true>("key", 1));
-    EXPECT_EQ(11, line.indexOf<false>("KEY", 1));
     EXPECT_EQ(11, line.lastIndexOf<false>("key"));
     EXPECT_EQ(15, line.indexOf<true>("other"));
     EXPECT_EQ(-1, line.indexOf<true>("otherx"));
     EXPECT_EQ(20, line.indexOf<true>(""));
-    EXPECT_EQ(20, line.lastIndexOf<true>(""));
     EXPECT_EQ(-1, tavik::string().indexOf<true>("a"));
-    EXPECT_EQ(-1, tavik::string().indexOf('a'));
 }
 
 TEST(StringTest, ScratchSlicesClampToTheText) {
@@ -199,13 +154,10 @@ TEST(StringTest, ScratchSlicesClampToTheText) {
     char* empty = s.substring(0, 0);
     EXPECT_STREQ("", empty);
     EXPECT_EQ(empty, tavik::string().substring(0, 0));  // one static text, not pooled
-    EXPECT_STREQ("abcdef", s.substring(0, -1));
     EXPECT_NE(s.get(), s.substring(0, -1));
     EXPECT_STREQ("cdef", s.substring(2, -1));
     EXPECT_STREQ("bc", s.substring(1, 3));
     EXPECT_STREQ("cdef", s.mid(2, 0));
-    EXPECT_STREQ("cd", s.mid(2, 2));
-    EXPECT_STREQ("abc", s.left(3));
     EXPECT_STREQ("ef", s.right(2));
     EXPECT_STREQ("abcd", s.cutTail(2));
 
@@ -214,35 +166,25 @@ TEST(StringTest, ScratchSlicesClampToTheText) {
     EXPECT_STREQ("", s.substring(4, 2));
     EXPECT_STREQ("abcdef", s.left(100));
     EXPECT_STREQ("abcdef", s.right(100));
-    EXPECT_STREQ("", s.mid(10, 3));
     EXPECT_STREQ("ef", s.mid(4, 100));
     EXPECT_STREQ("", s.cutTail(100));
-    EXPECT_STREQ("abcdef", s.cutTail(-3));
     EXPECT_EQ(nullptr, tavik::string().left(1));
-    EXPECT_EQ(nullptr, tavik::string().substring(0, -1));
 }
 
-TEST(StringTest, FiltersReturnScratchCopiesAndCaseChangesInPlace) {
+TEST(StringTest, FiltersCopyAndCaseChangesWorkInPlace) {
     tavik::string s("  a b  ");
     EXPECT_STREQ("a b", s.trim());
-    EXPECT_STREQ("a b  ", s.ltrim());
-    EXPECT_STREQ("  a b", s.rtrim());
     EXPECT_STREQ("  a b  ", s.get());
     EXPECT_EQ(nullptr, tavik::string().trim());
     EXPECT_STREQ("ab", tavik::string("a-b-").killToken('-'));
-    EXPECT_STREQ("a/b/c", tavik::string("a\\b\\c").replaceWith('\\', '/'));
-
     tavik::string mixed("MiXeD 1");
     EXPECT_EQ(mixed.get(), mixed.toLower());
     EXPECT_STREQ("mixed 1", mixed.get());
-    EXPECT_STREQ("MIXED 1", mixed.toCapital());
-    EXPECT_EQ(nullptr, tavik::string().toLower());
 }
 
 TEST(StringTest, SplitKeepsTrailingEmptyPiece) {
     EXPECT_EQ((Pieces{"a", "b", ""}), piecesOf("a,,b,", ","));
     EXPECT_EQ((Pieces{"a"}), piecesOf(",a", ","));
-    EXPECT_EQ((Pieces{"a"}), piecesOf(",,,a", ","));
     EXPECT_EQ((Pieces{"abc"}), piecesOf("abc", ","));
     EXPECT_EQ((Pieces{""}), piecesOf("", ","));
     EXPECT_EQ((Pieces{""}), piecesOf(",,", ","));
@@ -271,9 +213,7 @@ TEST(StringTest, WildmaskIgnoresCaseAndQuestionMarkNeverMatchesDot) {
     EXPECT_FALSE(tavik::string("a.c").wildmask("a?c"));
     EXPECT_TRUE(tavik::string("anything").wildmask(""));
     EXPECT_TRUE(tavik::string("a").wildmask("a*b"));
-    EXPECT_FALSE(tavik::string("ab").wildmask("a"));
     EXPECT_FALSE(tavik::string("ac").wildmask("a*b"));
-    EXPECT_TRUE(tavik::string().wildmask("*"));
     // Patterns with many stars stay fast.
     std::string longText = std::string(4000, 'a') + "b";
     EXPECT_FALSE(tavik::string(longText.c_str()).wildmask("*a*a*a*a*a*a*a*ac"));
@@ -338,6 +278,9 @@ TEST(StringTest, StrArrCollectsTextsUpToNull) {
     EXPECT_NE(nullptr, heap->buffer);
     strArr sized(static_cast<size_t>(2));
     EXPECT_EQ(nullptr, sized[0]);
-    strArr none(static_cast<const char*>(nullptr), nullptr);
-    EXPECT_EQ(0u, none.length);
+    tavik::list<const char*> texts;
+    texts.addTail("p");
+    texts.addTail("q");
+    texts.toClassArr(&sized);
+    EXPECT_STREQ("q", sized[1]);
 }
