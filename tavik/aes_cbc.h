@@ -39,7 +39,9 @@ inline void startChain(const uint8_t*& chain, const uint8_t* iv) {
 // they have no block of their own to go into, and leaving plaintext or stale bytes there
 // would be worse.
 inline void clearPartialBlock(uint8_t* output, uint32_t length) {
-    std::memset(output, 0, length % blockLen);
+    if (length % blockLen != 0) {
+        std::memset(output, 0, length % blockLen);
+    }
 }
 
 // Each input block is XOR-ed with the chaining block in place (the caller's input holds the
