@@ -3,7 +3,8 @@
 // ECB on single 16-byte blocks and CBC over buffers, into the caller's buffers; no heap
 // memory. One object serves one thread at a time (every call writes its state and chaining
 // pointer); separate objects are independent and the tables are constant.
-#pragma once
+#ifndef TAVIK_AES_H_
+#define TAVIK_AES_H_
 
 #include <cstdint>
 
@@ -57,3 +58,5 @@ private:
 };
 
 }  // namespace tavik
+
+#endif  // TAVIK_AES_H_

@@ -2,7 +2,8 @@
 // The engine supplies its single-block transformation; results go into the caller's output
 // buffer and the chaining pointer refers to caller memory between calls, never to a copy.
 // Not for concurrent use on one engine: every call moves the engine's chaining pointer.
-#pragma once
+#ifndef TAVIK_AES_CBC_H_
+#define TAVIK_AES_CBC_H_
 
 #include <cstdint>
 #include <cstring>
@@ -90,3 +91,5 @@ void decryptBuffer(uint8_t* output, uint8_t* input, uint32_t length, const uint8
 
 }  // namespace cbc
 }  // namespace tavik
+
+#endif  // TAVIK_AES_CBC_H_

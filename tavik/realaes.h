@@ -2,7 +2,8 @@
 // buffers. Results are written into the caller's buffers; the engine holds no heap memory.
 // One object serves one thread at a time (every call writes its state and chaining pointer);
 // separate objects are independent and the tables are constant.
-#pragma once
+#ifndef TAVIK_REALAES_H_
+#define TAVIK_REALAES_H_
 
 #include <cstdint>
 
@@ -61,3 +62,5 @@ private:
 };
 
 }  // namespace tavik
+
+#endif  // TAVIK_REALAES_H_

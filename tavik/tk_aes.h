@@ -1,7 +1,8 @@
 // tavik::aes: the one-round AES engine behind a byte-array interface, keyed with a text.
 // encrypt and decrypt return new arrays that the caller deletes. An object serves one thread
 // at a time; separate objects are independent.
-#pragma once
+#ifndef TAVIK_TK_AES_H_
+#define TAVIK_TK_AES_H_
 
 #include "tavik/aes.h"
 #include "tavik/tk_bytebuf.h"
@@ -28,3 +29,5 @@ private:
 };
 
 }  // namespace tavik
+
+#endif  // TAVIK_TK_AES_H_

@@ -1,7 +1,8 @@
 // Zero-padded ECB over byte arrays, the common body of the cipher wrappers (aes, realaes).
 // The result is a new array that the caller deletes; the engine is borrowed for the call,
 // so one engine serves one thread at a time.
-#pragma once
+#ifndef TAVIK_TK_ECBARRAY_H_
+#define TAVIK_TK_ECBARRAY_H_
 
 #include <cstdint>
 #include <cstring>
@@ -43,3 +44,5 @@ typeArr<unsigned char, true>* ecbPadded(Engine& engine, typeArr<unsigned char, f
 }
 
 }  // namespace tavik
+
+#endif  // TAVIK_TK_ECBARRAY_H_

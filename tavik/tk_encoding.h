@@ -1,7 +1,8 @@
 // tavik::encoder::hex: bytes to upper-case hexadecimal text and back. Both functions return
 // new objects that the caller deletes (toHex with array delete). No state: any thread may
 // call them.
-#pragma once
+#ifndef TAVIK_TK_ENCODING_H_
+#define TAVIK_TK_ENCODING_H_
 
 #include "tavik/tk_bytebuf.h"
 
@@ -24,3 +25,5 @@ public:
 
 }  // namespace encoder
 }  // namespace tavik
+
+#endif  // TAVIK_TK_ENCODING_H_

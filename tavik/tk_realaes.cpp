@@ -64,8 +64,7 @@ char* realaes::decryptString(const char* hexText) {
         return nullptr;
     }
     if (plain->length == 0) {
-        char empty[] = "";  // the empty text stays a text, as it went in
-        return makeString(empty);
+        return makeString("");  // the empty text stays a text, as it went in
     }
     return makeString(reinterpret_cast<char*>(plain->buffer), plain->length);
 }

@@ -2,7 +2,8 @@
 // bytes, with key generation and hexadecimal text helpers. encrypt and decrypt return new
 // arrays that the caller deletes; the string functions return scratch texts of the pool.
 // An object serves one thread at a time; generateKey is not for concurrent use at all.
-#pragma once
+#ifndef TAVIK_TK_REALAES_H_
+#define TAVIK_TK_REALAES_H_
 
 #include "tavik/realaes.h"
 #include "tavik/tk_bytebuf.h"
@@ -43,3 +44,5 @@ private:
 };
 
 }  // namespace tavik
+
+#endif  // TAVIK_TK_REALAES_H_
