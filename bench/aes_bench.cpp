@@ -74,23 +74,14 @@ void opensslRun(benchmark::State& state, const EVP_CIPHER* type, bool encrypt) {
     reportRate(state);
 }
 
-void BM_RealaesEcbEncrypt(benchmark::State& s) { realaesEcb(s, true); }
-void BM_OpensslEcbEncrypt(benchmark::State& s) { opensslRun(s, EVP_aes_128_ecb(), true); }
-void BM_RealaesEcbDecrypt(benchmark::State& s) { realaesEcb(s, false); }
-void BM_OpensslEcbDecrypt(benchmark::State& s) { opensslRun(s, EVP_aes_128_ecb(), false); }
-void BM_RealaesCbcEncrypt(benchmark::State& s) { realaesCbc(s, true); }
-void BM_OpensslCbcEncrypt(benchmark::State& s) { opensslRun(s, EVP_aes_128_cbc(), true); }
-void BM_RealaesCbcDecrypt(benchmark::State& s) { realaesCbc(s, false); }
-void BM_OpensslCbcDecrypt(benchmark::State& s) { opensslRun(s, EVP_aes_128_cbc(), false); }
-
-BENCHMARK(BM_RealaesEcbEncrypt);
-BENCHMARK(BM_OpensslEcbEncrypt);
-BENCHMARK(BM_RealaesEcbDecrypt);
-BENCHMARK(BM_OpensslEcbDecrypt);
-BENCHMARK(BM_RealaesCbcEncrypt);
-BENCHMARK(BM_OpensslCbcEncrypt);
-BENCHMARK(BM_RealaesCbcDecrypt);
-BENCHMARK(BM_OpensslCbcDecrypt);
+BENCHMARK_CAPTURE(realaesEcb, encrypt, true);
+BENCHMARK_CAPTURE(opensslRun, ecbEncrypt, EVP_aes_128_ecb(), true);
+BENCHMARK_CAPTURE(realaesEcb, decrypt, false);
+BENCHMARK_CAPTURE(opensslRun, ecbDecrypt, EVP_aes_128_ecb(), false);
+BENCHMARK_CAPTURE(realaesCbc, encrypt, true);
+BENCHMARK_CAPTURE(opensslRun, cbcEncrypt, EVP_aes_128_cbc(), true);
+BENCHMARK_CAPTURE(realaesCbc, decrypt, false);
+BENCHMARK_CAPTURE(opensslRun, cbcDecrypt, EVP_aes_128_cbc(), false);
 
 }  // namespace
 

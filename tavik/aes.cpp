@@ -1,8 +1,7 @@
 #include "tavik/aes.h"
 
-#include <cstring>
-
 #include "tavik/aes_cbc.h"
+#include "tavik/aes_steps.h"
 
 namespace tavik {
 namespace {
@@ -63,84 +62,34 @@ constexpr rconTable Rcon = makeRcon();
 
 }  // namespace
 
-uint8_t AES::getSBoxValue(uint8_t num) {
-    return sbox[num];
-}
-
-uint8_t AES::getSBoxInvert(uint8_t num) {
-    return rsbox[num];
-}
-
 void AES::setKey(const uint8_t* key) {
     Key = key != nullptr ? key : cbc::zeroIv;
     KeyExpansion();
     Key = nullptr;  // the key bytes are consumed; no pointer to caller memory is kept
 }
 
-// Nr + 1 round keys by the AES-128 rule: the first is the key, every later word is the word
-// four before XOR the previous one, rotated, substituted and XOR-ed with Rcon every 4th.
 void AES::KeyExpansion() {
-    std::memcpy(RoundKey, Key, keyLen);
-    for (int i = 4; i < 4 * (Nr + 1); ++i) {
-        uint8_t temp[4];
-        std::memcpy(temp, RoundKey + 4 * (i - 1), 4);
-        if (i % 4 == 0) {
-            uint8_t first = temp[0];
-            temp[0] = getSBoxValue(temp[1]) ^ Rcon.value[i / 4];
-            temp[1] = getSBoxValue(temp[2]);
-            temp[2] = getSBoxValue(temp[3]);
-            temp[3] = getSBoxValue(first);
-        }
-        for (int j = 0; j < 4; ++j) {
-            RoundKey[4 * i + j] = RoundKey[4 * (i - 4) + j] ^ temp[j];
-        }
-    }
+    aesSteps::expandKey(RoundKey, Key, Nr, sbox, Rcon.value);
 }
 
 void AES::AddRoundKey(uint8_t round) {
-    const uint8_t* roundKey = RoundKey + round * blockLen;
-    for (int c = 0; c < 4; ++c) {
-        for (int r = 0; r < 4; ++r) {
-            (*state)[c][r] ^= roundKey[4 * c + r];
-        }
-    }
+    aesSteps::addRoundKey(*state, RoundKey + round * blockLen);
 }
 
 void AES::SubBytes() {
-    for (int c = 0; c < 4; ++c) {
-        for (int r = 0; r < 4; ++r) {
-            (*state)[c][r] = getSBoxValue((*state)[c][r]);
-        }
-    }
+    aesSteps::substitute(*state, sbox);
 }
 
 void AES::InvSubBytes() {
-    for (int c = 0; c < 4; ++c) {
-        for (int r = 0; r < 4; ++r) {
-            (*state)[c][r] = getSBoxInvert((*state)[c][r]);
-        }
-    }
+    aesSteps::substitute(*state, rsbox);
 }
 
-// Row r moves r columns to the left.
 void AES::ShiftRows() {
-    state_t& s = *state;
-    for (int r = 1; r < 4; ++r) {
-        uint8_t row[4] = {s[0][r], s[1][r], s[2][r], s[3][r]};
-        for (int c = 0; c < 4; ++c) {
-            s[c][r] = row[(c + r) % 4];
-        }
-    }
+    aesSteps::shiftRows(*state);
 }
 
 void AES::InvShiftRows() {
-    state_t& s = *state;
-    for (int r = 1; r < 4; ++r) {
-        uint8_t row[4] = {s[0][r], s[1][r], s[2][r], s[3][r]};
-        for (int c = 0; c < 4; ++c) {
-            s[(c + r) % 4][r] = row[c];
-        }
-    }
+    aesSteps::invShiftRows(*state);
 }
 
 void AES::Cipher() {

@@ -48,8 +48,6 @@ private:
     void InvShiftRows();
     void Cipher();
     void InvCipher();
-    static uint8_t getSBoxValue(uint8_t num);
-    static uint8_t getSBoxInvert(uint8_t num);
 
     state_t* state = nullptr;
     uint8_t RoundKey[176] = {};  // only the first two round keys are used

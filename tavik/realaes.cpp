@@ -1,8 +1,7 @@
 #include "tavik/realaes.h"
 
-#include <cstring>
-
 #include "tavik/aes_cbc.h"
+#include "tavik/aes_steps.h"
 
 namespace tavik {
 namespace {
@@ -64,10 +63,10 @@ constexpr rconTable makeRcon() {
 
 constexpr rconTable Rcon = makeRcon();
 
-// Round tables: te[r][x] is the MixColumns column contributed by S-box value of byte x in
+// Round tables: byRow[r][x] is the MixColumns column contributed by S-box value of byte x in
 // row r, packed with row 0 in the low byte. A middle round is then 16 lookups and XORs.
 struct roundTables {
-    uint32_t te[4][256];
+    uint32_t byRow[4][256];
 };
 
 constexpr roundTables makeRoundTables() {
@@ -78,7 +77,7 @@ constexpr roundTables makeRoundTables() {
         uint32_t s3 = s2 ^ s;
         uint32_t column = s2 | (s << 8) | (s << 16) | (s3 << 24);
         for (int r = 0; r < 4; ++r) {
-            t.te[r][x] = r == 0 ? column : (column << (8 * r)) | (column >> (32 - 8 * r));
+            t.byRow[r][x] = r == 0 ? column : (column << (8 * r)) | (column >> (32 - 8 * r));
         }
     }
     return t;
@@ -86,24 +85,84 @@ constexpr roundTables makeRoundTables() {
 
 constexpr roundTables Te = makeRoundTables();
 
+constexpr uint8_t times(uint8_t x, uint8_t factor) {
+    uint8_t product = 0;
+    for (; factor != 0; factor >>= 1, x = timesX(x)) {
+        if (factor & 1) {
+            product ^= x;
+        }
+    }
+    return product;
+}
+
+// Inverse round tables: byRow[r][x] is the InvMixColumns column contributed by the inverse
+// S-box value of byte x in row r.
+constexpr roundTables makeInvRoundTables() {
+    roundTables t{};
+    for (int x = 0; x < 256; ++x) {
+        uint8_t s = rsbox[x];
+        uint32_t column = times(s, 0x0e) | (times(s, 0x09) << 8) | (times(s, 0x0d) << 16) |
+                          (static_cast<uint32_t>(times(s, 0x0b)) << 24);
+        for (int r = 0; r < 4; ++r) {
+            t.byRow[r][x] = r == 0 ? column : (column << (8 * r)) | (column >> (32 - 8 * r));
+        }
+    }
+    return t;
+}
+
+constexpr roundTables Td = makeInvRoundTables();
+
 inline uint32_t load32(const uint8_t* p) {
     return static_cast<uint32_t>(p[0]) | (static_cast<uint32_t>(p[1]) << 8) |
            (static_cast<uint32_t>(p[2]) << 16) | (static_cast<uint32_t>(p[3]) << 24);
 }
 
-inline void store32(uint8_t* p, uint32_t v) {
-    p[0] = static_cast<uint8_t>(v);
-    p[1] = static_cast<uint8_t>(v >> 8);
-    p[2] = static_cast<uint8_t>(v >> 16);
-    p[3] = static_cast<uint8_t>(v >> 24);
+// The state as four column words, row 0 in the low byte.
+inline void loadColumns(const uint8_t (&state)[4][4], uint32_t (&c)[4]) {
+    for (int i = 0; i < 4; ++i) {
+        c[i] = load32(state[i]);
+    }
+}
+
+inline void storeColumns(const uint32_t (&c)[4], uint8_t (&state)[4][4]) {
+    for (int i = 0; i < 4; ++i) {
+        for (int r = 0; r < 4; ++r) {
+            state[i][r] = static_cast<uint8_t>(c[i] >> (8 * r));
+        }
+    }
 }
 
 // SubBytes, ShiftRows, MixColumns and AddRoundKey for output column c, whose row r byte
 // comes from column c + r after the shift.
 inline uint32_t roundColumn(uint32_t c0, uint32_t c1, uint32_t c2, uint32_t c3,
                             const uint8_t* roundKey) {
-    return Te.te[0][c0 & 0xff] ^ Te.te[1][(c1 >> 8) & 0xff] ^ Te.te[2][(c2 >> 16) & 0xff] ^
-           Te.te[3][c3 >> 24] ^ load32(roundKey);
+    return Te.byRow[0][c0 & 0xff] ^ Te.byRow[1][(c1 >> 8) & 0xff] ^ Te.byRow[2][(c2 >> 16) & 0xff] ^
+           Te.byRow[3][c3 >> 24] ^ load32(roundKey);
+}
+
+inline uint32_t rotateRight(uint32_t w, int bits) {
+    return (w >> bits) | (w << (32 - bits));
+}
+
+// xtime on the four bytes of a word at once.
+inline uint32_t timesX4(uint32_t w) {
+    return ((w & 0x7f7f7f7f) << 1) ^ (((w >> 7) & 0x01010101) * 0x1b);
+}
+
+// InvMixColumns of one column word, done as in InvMixColumns below.
+inline uint32_t invMixColumn(uint32_t w) {
+    w ^= timesX4(timesX4(w ^ rotateRight(w, 16)));
+    uint32_t all = w ^ rotateRight(w, 8) ^ rotateRight(w, 16) ^ rotateRight(w, 24);
+    return w ^ all ^ timesX4(w ^ rotateRight(w, 8));
+}
+
+// InvShiftRows, InvSubBytes, AddRoundKey and InvMixColumns for output column c, whose row r
+// byte comes from column c - r before the shift. InvMixColumns is linear, so the round key
+// goes through it on its own.
+inline uint32_t invRoundColumn(uint32_t c0, uint32_t c3, uint32_t c2, uint32_t c1,
+                               const uint8_t* roundKey) {
+    return Td.byRow[0][c0 & 0xff] ^ Td.byRow[1][(c3 >> 8) & 0xff] ^ Td.byRow[2][(c2 >> 16) & 0xff] ^
+           Td.byRow[3][c1 >> 24] ^ invMixColumn(load32(roundKey));
 }
 
 }  // namespace
@@ -112,84 +171,34 @@ uint8_t REALAES::xtime(uint8_t x) {
     return timesX(x);
 }
 
-uint8_t REALAES::getSBoxValue(uint8_t num) {
-    return sbox[num];
-}
-
-uint8_t REALAES::getSBoxInvert(uint8_t num) {
-    return rsbox[num];
-}
-
 void REALAES::setKey(const uint8_t* key) {
     Key = key != nullptr ? key : cbc::zeroIv;
     KeyExpansion();
     Key = nullptr;  // the key bytes are consumed; no pointer to caller memory is kept
 }
 
-// Nr + 1 round keys of four words: the first is the key, every later word is the word
-// four before XOR the previous one, rotated, substituted and XOR-ed with Rcon every 4th.
 void REALAES::KeyExpansion() {
-    std::memcpy(RoundKey, Key, keyLen);
-    for (int i = 4; i < 4 * (Nr + 1); ++i) {
-        uint8_t temp[4];
-        std::memcpy(temp, RoundKey + 4 * (i - 1), 4);
-        if (i % 4 == 0) {
-            uint8_t first = temp[0];
-            temp[0] = getSBoxValue(temp[1]) ^ Rcon.value[i / 4];
-            temp[1] = getSBoxValue(temp[2]);
-            temp[2] = getSBoxValue(temp[3]);
-            temp[3] = getSBoxValue(first);
-        }
-        for (int j = 0; j < 4; ++j) {
-            RoundKey[4 * i + j] = RoundKey[4 * (i - 4) + j] ^ temp[j];
-        }
-    }
+    aesSteps::expandKey(RoundKey, Key, Nr, sbox, Rcon.value);
 }
 
 void REALAES::AddRoundKey(uint8_t round) {
-    const uint8_t* roundKey = RoundKey + round * blockLen;
-    for (int c = 0; c < 4; ++c) {
-        for (int r = 0; r < 4; ++r) {
-            (*state)[c][r] ^= roundKey[4 * c + r];
-        }
-    }
+    aesSteps::addRoundKey(*state, RoundKey + round * blockLen);
 }
 
 void REALAES::SubBytes() {
-    for (int c = 0; c < 4; ++c) {
-        for (int r = 0; r < 4; ++r) {
-            (*state)[c][r] = getSBoxValue((*state)[c][r]);
-        }
-    }
+    aesSteps::substitute(*state, sbox);
 }
 
 void REALAES::InvSubBytes() {
-    for (int c = 0; c < 4; ++c) {
-        for (int r = 0; r < 4; ++r) {
-            (*state)[c][r] = getSBoxInvert((*state)[c][r]);
-        }
-    }
+    aesSteps::substitute(*state, rsbox);
 }
 
-// Row r moves r columns to the left.
 void REALAES::ShiftRows() {
-    state_t& s = *state;
-    for (int r = 1; r < 4; ++r) {
-        uint8_t row[4] = {s[0][r], s[1][r], s[2][r], s[3][r]};
-        for (int c = 0; c < 4; ++c) {
-            s[c][r] = row[(c + r) % 4];
-        }
-    }
+    aesSteps::shiftRows(*state);
 }
 
 void REALAES::InvShiftRows() {
-    state_t& s = *state;
-    for (int r = 1; r < 4; ++r) {
-        uint8_t row[4] = {s[0][r], s[1][r], s[2][r], s[3][r]};
-        for (int c = 0; c < 4; ++c) {
-            s[(c + r) % 4][r] = row[c];
-        }
-    }
+    aesSteps::invShiftRows(*state);
 }
 
 // Each column times {03}x^3 + {01}x^2 + {01}x + {02} modulo x^4 + 1.
@@ -219,25 +228,21 @@ void REALAES::InvMixColumns() {
     MixColumns();
 }
 
-// The middle rounds run on four column words through the round tables; the first and last
-// steps use the byte-wise functions.
+// Cipher and InvCipher run the middle rounds on four column words through the round tables;
+// the first and last steps use the byte-wise functions.
 void REALAES::Cipher() {
     AddRoundKey(0);
-    uint8_t* bytes = &(*state)[0][0];
-    uint32_t c0 = load32(bytes), c1 = load32(bytes + 4);
-    uint32_t c2 = load32(bytes + 8), c3 = load32(bytes + 12);
+    uint32_t c[4];
+    loadColumns(*state, c);
     for (int round = 1; round < Nr; ++round) {
         const uint8_t* roundKey = RoundKey + round * blockLen;
-        uint32_t t0 = roundColumn(c0, c1, c2, c3, roundKey);
-        uint32_t t1 = roundColumn(c1, c2, c3, c0, roundKey + 4);
-        uint32_t t2 = roundColumn(c2, c3, c0, c1, roundKey + 8);
-        uint32_t t3 = roundColumn(c3, c0, c1, c2, roundKey + 12);
-        c0 = t0, c1 = t1, c2 = t2, c3 = t3;
+        uint32_t t0 = roundColumn(c[0], c[1], c[2], c[3], roundKey);
+        uint32_t t1 = roundColumn(c[1], c[2], c[3], c[0], roundKey + 4);
+        uint32_t t2 = roundColumn(c[2], c[3], c[0], c[1], roundKey + 8);
+        uint32_t t3 = roundColumn(c[3], c[0], c[1], c[2], roundKey + 12);
+        c[0] = t0, c[1] = t1, c[2] = t2, c[3] = t3;
     }
-    store32(bytes, c0);
-    store32(bytes + 4, c1);
-    store32(bytes + 8, c2);
-    store32(bytes + 12, c3);
+    storeColumns(c, *state);
     SubBytes();
     ShiftRows();
     AddRoundKey(Nr);
@@ -245,12 +250,17 @@ void REALAES::Cipher() {
 
 void REALAES::InvCipher() {
     AddRoundKey(Nr);
-    for (uint8_t round = Nr - 1; round > 0; --round) {
-        InvShiftRows();
-        InvSubBytes();
-        AddRoundKey(round);
-        InvMixColumns();
+    uint32_t c[4];
+    loadColumns(*state, c);
+    for (int round = Nr - 1; round > 0; --round) {
+        const uint8_t* roundKey = RoundKey + round * blockLen;
+        uint32_t t0 = invRoundColumn(c[0], c[3], c[2], c[1], roundKey);
+        uint32_t t1 = invRoundColumn(c[1], c[0], c[3], c[2], roundKey + 4);
+        uint32_t t2 = invRoundColumn(c[2], c[1], c[0], c[3], roundKey + 8);
+        uint32_t t3 = invRoundColumn(c[3], c[2], c[1], c[0], roundKey + 12);
+        c[0] = t0, c[1] = t1, c[2] = t2, c[3] = t3;
     }
+    storeColumns(c, *state);
     InvShiftRows();
     InvSubBytes();
     AddRoundKey(0);

@@ -52,8 +52,6 @@ private:
     void Cipher();
     void InvCipher();
     static uint8_t xtime(uint8_t x);
-    static uint8_t getSBoxValue(uint8_t num);
-    static uint8_t getSBoxInvert(uint8_t num);
 
     state_t* state = nullptr;
     uint8_t RoundKey[176] = {};

@@ -42,8 +42,8 @@ char* realaes::encryptString(const char* text) {
     if (text == nullptr) {
         return nullptr;
     }
-    typeArr<unsigned char, false> plain(
-        reinterpret_cast<unsigned char*>(const_cast<char*>(text)), strlen(text));
+    typeArr<unsigned char, false> plain(reinterpret_cast<unsigned char*>(const_cast<char*>(text)),
+                                        strlen(text));
     std::unique_ptr<typeArr<unsigned char, true>> enciphered(encrypt(&plain));
     if (!enciphered) {
         return nullptr;

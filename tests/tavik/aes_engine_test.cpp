@@ -20,12 +20,24 @@ public:
         REALAES engine;
         engine.state = reinterpret_cast<REALAES::state_t*>(block.data());
         switch (which) {
-            case subBytes: engine.SubBytes(); break;
-            case shiftRows: engine.ShiftRows(); break;
-            case mixColumns: engine.MixColumns(); break;
-            case invSubBytes: engine.InvSubBytes(); break;
-            case invShiftRows: engine.InvShiftRows(); break;
-            case invMixColumns: engine.InvMixColumns(); break;
+            case subBytes:
+                engine.SubBytes();
+                break;
+            case shiftRows:
+                engine.ShiftRows();
+                break;
+            case mixColumns:
+                engine.MixColumns();
+                break;
+            case invSubBytes:
+                engine.InvSubBytes();
+                break;
+            case invShiftRows:
+                engine.InvShiftRows();
+                break;
+            case invMixColumns:
+                engine.InvMixColumns();
+                break;
         }
         return block;
     }
@@ -33,7 +45,8 @@ public:
     static std::vector<uint8_t> roundKey(const std::vector<uint8_t>& key, int round) {
         REALAES engine;
         engine.setKey(key.data());
-        return std::vector<uint8_t>(engine.RoundKey + 16 * round, engine.RoundKey + 16 * round + 16);
+        return std::vector<uint8_t>(engine.RoundKey + 16 * round,
+                                    engine.RoundKey + 16 * round + 16);
     }
 };
 

@@ -64,7 +64,8 @@ TEST(OneRoundAesTest, CbcRoundTripsAndChainsBlocks) {
     for (int i = 0; i < 64; ++i) plain[i] = static_cast<uint8_t>(i % 16);  // repeated blocks
     input = plain;
     engine.AES128_CBC_encrypt_buffer(cipher.data(), input.data(), 64, iv.data());
-    EXPECT_NE(bytes(cipher.begin(), cipher.begin() + 16), bytes(cipher.begin() + 16, cipher.begin() + 32));
+    EXPECT_NE(bytes(cipher.begin(), cipher.begin() + 16),
+              bytes(cipher.begin() + 16, cipher.begin() + 32));
     engine.AES128_CBC_decrypt_buffer(back.data(), cipher.data(), 64, iv.data());
     EXPECT_EQ(back, plain);
 }
