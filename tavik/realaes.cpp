@@ -63,7 +63,7 @@ constexpr rconTable makeRcon() {
 
 constexpr rconTable Rcon = makeRcon();
 
-// Round tables: byRow[r][x] is the MixColumns column contributed by S-box value of byte x in
+// Round tables: byRow[r][x] is the MixColumns column contributed by the S-box value of byte x in
 // row r, packed with row 0 in the low byte. A middle round is then 16 lookups and XORs.
 struct roundTables {
     uint32_t byRow[4][256];
