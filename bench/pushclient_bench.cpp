@@ -69,126 +69,26 @@ double medianMicros(std::vector<double>& samples) {
     return samples[samples.size() / 2];
 }
 
-// A plain loopback connection to server, -1 when it cannot be made.
-int plainConnect(pushserver::PushServer& server) {
-    int fd = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in addr{};
-    addr.sin_family = AF_INET;
-    addr.sin_port = htons(static_cast<uint16_t>(server.port()));
-    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    if (connect(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0 ||
-        !server.waitForConnections(1, 5s)) {
-        close(fd);
-        return -1;
-    }
-    return fd;
-}
-
-void BM_FramesIntoOnReceive(benchmark::State& state) {
-    loopback& lb = shared();
+// Sends batches of state.range(0) frames and waits until count has seen each batch.
+void pumpFrames(benchmark::State& state, pushserver::PushServer& server,
+                const std::atomic<long>& count) {
     const long batch = state.range(0);
     std::string bytes;
     for (long i = 0; i < batch; ++i) {
         bytes += pushserver::frame(body40);
     }
-    long target = lb.client->count.load();
-    for (auto _ : state) {
-        target += batch;
-        lb.server.sendRaw(0, bytes);
-        waitForCount(lb.client->count, target, true);
-    }
-    state.SetItemsProcessed(state.iterations() * batch);
-    state.SetBytesProcessed(state.iterations() * batch * 40);
-}
-BENCHMARK(BM_FramesIntoOnReceive)->Arg(1000)->Arg(10000)->UseRealTime();
-
-// The receive loop's system calls alone, for comparison: a wait for readability before each
-// recv of the 4-byte header and of the body, on a plain loopback connection.
-void BM_PlainPollRecvFrames(benchmark::State& state) {
-    pushserver::PushServer server;
-    server.listen();
-    int fd = plainConnect(server);
-    if (fd < 0) {
-        state.SkipWithError("no loopback connection");
-        return;
-    }
-    std::atomic<long> count{0};
-    std::thread reader([&] {
-        char buf[64];
-        for (;;) {
-            for (size_t want : {size_t(4), size_t(36)}) {
-                size_t n = 0;
-                while (n < want) {
-                    pollfd p = {fd, POLLIN, 0};
-                    ssize_t got = poll(&p, 1, 1000) > 0 ? recv(fd, buf + n, want - n, 0) : 0;
-                    if (got <= 0) {
-                        return;
-                    }
-                    n += static_cast<size_t>(got);
-                }
-            }
-            count.fetch_add(1, std::memory_order_release);
-        }
-    });
-    const long batch = state.range(0);
-    std::string bytes;
-    for (long i = 0; i < batch; ++i) {
-        bytes += pushserver::frame(body40);
-    }
-    long target = 0;
+    long target = count.load();
     for (auto _ : state) {
         target += batch;
         server.sendRaw(0, bytes);
         waitForCount(count, target, true);
     }
     state.SetItemsProcessed(state.iterations() * batch);
-    server.close(0);
-    reader.join();
-    close(fd);
 }
-BENCHMARK(BM_PlainPollRecvFrames)->Arg(10000)->UseRealTime();
 
-void BM_SendToOnReceiveLatency(benchmark::State& state) {
-    loopback& lb = shared();
-    std::vector<double> samples;
-    for (auto _ : state) {
-        long target = lb.client->count.load() + 1;
-        steadyClock::time_point start = steadyClock::now();
-        lb.server.sendFrame(0, body40);
-        waitForCount(lb.client->count, target);
-        std::chrono::duration<double> took = steadyClock::now() - start;
-        state.SetIterationTime(took.count());
-        samples.push_back(took.count() * 1e6);
-    }
-    state.counters["median_us"] = medianMicros(samples);
-}
-BENCHMARK(BM_SendToOnReceiveLatency)->UseManualTime()->Iterations(20000);
-
-// The same path without the push client: a thread blocked in recv on a plain loopback
-// connection takes each 40-byte frame whole and signals the sender the same way.
-void BM_PlainLoopbackLatency(benchmark::State& state) {
-    pushserver::PushServer server;
-    server.listen();
-    int fd = plainConnect(server);
-    if (fd < 0) {
-        state.SkipWithError("no loopback connection");
-        return;
-    }
-    std::atomic<long> count{0};
-    std::thread reader([&] {
-        char frame[40];
-        for (;;) {
-            size_t n = 0;
-            while (n < sizeof frame) {
-                ssize_t got = recv(fd, frame + n, sizeof frame - n, 0);
-                if (got <= 0) {
-                    return;
-                }
-                n += static_cast<size_t>(got);
-            }
-            count.fetch_add(1, std::memory_order_release);
-        }
-    });
+// Times each frame from the server's send until count has seen it; reports the median.
+void timeFrames(benchmark::State& state, pushserver::PushServer& server,
+                const std::atomic<long>& count) {
     std::vector<double> samples;
     for (auto _ : state) {
         long target = count.load() + 1;
@@ -200,9 +100,94 @@ void BM_PlainLoopbackLatency(benchmark::State& state) {
         samples.push_back(took.count() * 1e6);
     }
     state.counters["median_us"] = medianMicros(samples);
-    server.close(0);
-    reader.join();
-    close(fd);
+}
+
+// A plain loopback connection whose thread counts 40-byte frames. With waitFirst it reads
+// as the receive loop does: a wait for readability before each recv of the 4-byte header
+// and of the body; without, one blocking recv per frame.
+class plainReader {
+public:
+    explicit plainReader(bool waitFirst) {
+        server.listen();
+        fd = socket(AF_INET, SOCK_STREAM, 0);
+        sockaddr_in addr{};
+        addr.sin_family = AF_INET;
+        addr.sin_port = htons(static_cast<uint16_t>(server.port()));
+        addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        if (connect(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr) == 0 &&
+            server.waitForConnections(1, 5s)) {
+            reader = std::thread([this, waitFirst] { readFrames(waitFirst); });
+        }
+    }
+    ~plainReader() {
+        server.close(0);
+        if (reader.joinable()) {
+            reader.join();
+        }
+        close(fd);
+    }
+
+    bool ready() const { return reader.joinable(); }
+
+    pushserver::PushServer server;
+    std::atomic<long> count{0};
+
+private:
+    void readFrames(bool waitFirst) {
+        char buf[64];
+        const std::vector<size_t> parts =
+            waitFirst ? std::vector<size_t>{4, 36} : std::vector<size_t>{40};
+        for (;;) {
+            for (size_t want : parts) {
+                for (size_t n = 0; n < want;) {
+                    pollfd p = {fd, POLLIN, 0};
+                    bool readable = !waitFirst || poll(&p, 1, 1000) > 0;
+                    ssize_t got = readable ? recv(fd, buf + n, want - n, 0) : 0;
+                    if (got <= 0) {
+                        return;
+                    }
+                    n += static_cast<size_t>(got);
+                }
+            }
+            count.fetch_add(1, std::memory_order_release);
+        }
+    }
+
+    int fd;
+    std::thread reader;
+};
+
+void BM_FramesIntoOnReceive(benchmark::State& state) {
+    loopback& lb = shared();
+    pumpFrames(state, lb.server, lb.client->count);
+}
+BENCHMARK(BM_FramesIntoOnReceive)->Arg(1000)->Arg(10000)->UseRealTime();
+
+// The receive loop's system calls alone, for comparison.
+void BM_PlainPollRecvFrames(benchmark::State& state) {
+    plainReader plain(true);
+    if (!plain.ready()) {
+        state.SkipWithError("no loopback connection");
+        return;
+    }
+    pumpFrames(state, plain.server, plain.count);
+}
+BENCHMARK(BM_PlainPollRecvFrames)->Arg(10000)->UseRealTime();
+
+void BM_SendToOnReceiveLatency(benchmark::State& state) {
+    loopback& lb = shared();
+    timeFrames(state, lb.server, lb.client->count);
+}
+BENCHMARK(BM_SendToOnReceiveLatency)->UseManualTime()->Iterations(20000);
+
+// The same path without the push client: a thread blocked in recv takes each frame whole.
+void BM_PlainLoopbackLatency(benchmark::State& state) {
+    plainReader plain(false);
+    if (!plain.ready()) {
+        state.SkipWithError("no loopback connection");
+        return;
+    }
+    timeFrames(state, plain.server, plain.count);
 }
 BENCHMARK(BM_PlainLoopbackLatency)->UseManualTime()->Iterations(20000);
 
