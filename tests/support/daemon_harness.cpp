@@ -66,6 +66,18 @@ std::string daily_log_path() {
     return std::string("/var/log/quillo/hoxen/") + name;
 }
 
+std::vector<std::string> log_messages() {
+    const std::string text = read_file(daily_log_path());
+    const std::string end = " \r\n";
+    const size_t stamp = sizeof("[YYYY-MM-DD hh:mm:ss] : ") - 1;
+    std::vector<std::string> messages;
+    for (size_t at = 0, next; (next = text.find(end, at)) != std::string::npos;
+         at = next + end.size()) {
+        messages.push_back(text.substr(at + stamp, next - at - stamp));
+    }
+    return messages;
+}
+
 Child::Child(const std::vector<std::string>& argv) {
     std::vector<char*> args;
     for (const std::string& arg : argv) args.push_back(const_cast<char*>(arg.c_str()));
@@ -75,7 +87,6 @@ Child::Child(const std::vector<std::string>& argv) {
     _pid = fork();
     if (_pid == 0) {
         dup2(fds[1], STDOUT_FILENO);
-        dup2(fds[1], STDERR_FILENO);
         execv(args[0], args.data());
         _exit(127);
     }
@@ -172,6 +183,18 @@ void install_fake_checker(const std::string& record) {
     const std::string dir = "/brellium/orvaclient/integrity";
     EXPECT_EQ(shell("mkdir -p " + dir), 0);
     write_file(dir + "/integrity", "#!/bin/sh\necho \"$@\" >> '" + record + "'\n", 0755);
+}
+
+const char kCheckerRecord[] = "/tmp/checker.calls";
+
+void start_scenario(bool logging) {
+    // The log folder is there already: a first line that races the log's own background
+    // mkdir would be lost (the daily log test covers that path).
+    EXPECT_EQ(shell(std::string("rm -rf /var/log/quillo /tmp/logging.dat ") + kCheckerRecord +
+                    " && mkdir -p /var/log/quillo/hoxen"),
+              0);
+    install_fake_checker(kCheckerRecord);
+    if (logging) write_file("/tmp/logging.dat", "");
 }
 
 }  // namespace hoxen_test

@@ -26,7 +26,8 @@ bool wait_until(const std::function<bool()>& done, double seconds);
 // Today's daily log file of the daemon, by local time.
 std::string daily_log_path();
 
-// A child process whose standard output (and error) the test reads through a pipe.
+// A child process whose standard output the test reads through a pipe; its standard
+// error stays the test's own, so diagnostics show in the test log.
 class Child {
 public:
     explicit Child(const std::vector<std::string>& argv);
@@ -86,6 +87,16 @@ bool is_mount_point(const std::string& dir);
 // Writes the recording fake integrity checker: it appends its arguments, one call a
 // line, to `record`.
 void install_fake_checker(const std::string& record);
+
+// The messages of today's daily log lines, stamps and line ends removed, in order.
+std::vector<std::string> log_messages();
+
+// Where the fake integrity checker records its calls.
+extern const char kCheckerRecord[];
+
+// Starts a daemon scenario afresh: an empty log folder, an empty checker record, the
+// fake checker installed, and the log switch file present or not.
+void start_scenario(bool logging);
 
 }  // namespace hoxen_test
 
