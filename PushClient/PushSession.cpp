@@ -50,10 +50,7 @@ bool BasePushClient::connect(const char* serverAddress, int port, const char* do
     connected = true;
     stopRequested = false;
     stopped = false;
-    handOver(fresh);
-    if (start(nullptr) == 0) {
-        withdraw(fresh);
-    }
+    startReader(fresh);
     return true;
 }
 
@@ -135,9 +132,14 @@ void BasePushClient::replaceSocket(const std::shared_ptr<tavik::socks>& s) {
     }
 }
 
-void BasePushClient::handOver(const std::shared_ptr<tavik::socks>& s) {
+void BasePushClient::startReader(const std::shared_ptr<tavik::socks>& s) {
+    // Under the guard: a handler's connect and another thread's must not start at once (both
+    // write the thread handle), and a thread that fails to start leaves no socket behind.
     tavik::_objBlocking guard(&sockGuard);
     handoff.push_back(s);
+    if (start(nullptr) == 0) {
+        handoff.pop_back();
+    }
 }
 
 std::shared_ptr<tavik::socks> BasePushClient::takeOver() {
@@ -148,14 +150,4 @@ std::shared_ptr<tavik::socks> BasePushClient::takeOver() {
     std::shared_ptr<tavik::socks> s = handoff.front();
     handoff.pop_front();
     return s;
-}
-
-void BasePushClient::withdraw(const std::shared_ptr<tavik::socks>& s) {
-    tavik::_objBlocking guard(&sockGuard);
-    for (auto it = handoff.begin(); it != handoff.end(); ++it) {
-        if (*it == s) {
-            handoff.erase(it);
-            return;
-        }
-    }
 }

@@ -62,9 +62,8 @@ private:
     bool isCurrent(const std::shared_ptr<tavik::socks>& s);
     void replaceSocket(const std::shared_ptr<tavik::socks>& s);
     bool sendHandshake(tavik::socks& s);
-    void handOver(const std::shared_ptr<tavik::socks>& s);
+    void startReader(const std::shared_ptr<tavik::socks>& s);
     std::shared_ptr<tavik::socks> takeOver();
-    void withdraw(const std::shared_ptr<tavik::socks>& s);
 
     bool receiveFrame(const std::shared_ptr<tavik::socks>& s);
     readOutcome readFully(const std::shared_ptr<tavik::socks>& s, char* buf, int length,
