@@ -19,7 +19,8 @@ const char kLineEnd[] = " \r\n";
 // Tests whether `path` can be opened as a directory, closing the stream again.
 bool directory_opens(const char* path) {
     DIR* dir = opendir(path);
-    if (dir == nullptr) return false;
+    if (dir == nullptr)
+        return false;
     closedir(dir);
     return true;
 }
@@ -47,7 +48,8 @@ void format_log_file_name(char* out, size_t size, const struct tm& when) {
 }
 
 size_t format_log_line(char* out, size_t size, const struct tm& when, const char* message) {
-    if (size == 0) return 0;
+    if (size == 0)
+        return 0;
     int length = snprintf(out, size, "[%4d-%02d-%02d %02d:%02d:%02d] : %s%s", when.tm_year + 1900,
                           when.tm_mon + 1, when.tm_mday, when.tm_hour, when.tm_min, when.tm_sec,
                           message, kLineEnd);
@@ -55,11 +57,13 @@ size_t format_log_line(char* out, size_t size, const struct tm& when, const char
         out[0] = '\0';
         return 0;
     }
-    if (static_cast<size_t>(length) < size) return static_cast<size_t>(length);
+    if (static_cast<size_t>(length) < size)
+        return static_cast<size_t>(length);
     // Cut the message, not the line end, so that a long line still ends where it should.
     const size_t endLength = sizeof(kLineEnd) - 1;
     const size_t kept = size - 1;
-    if (kept >= endLength) memcpy(out + kept - endLength, kLineEnd, endLength);
+    if (kept >= endLength)
+        memcpy(out + kept - endLength, kLineEnd, endLength);
     return kept;
 }
 
@@ -71,7 +75,8 @@ void log(char* message) {
     DIR* logDir = opendir(kLogDir);
     struct stat st;
     if (stat(kSwitchFile, &st) != 0) {
-        if (logDir != nullptr) closedir(logDir);
+        if (logDir != nullptr)
+            closedir(logDir);
         return;
     }
 
@@ -85,7 +90,8 @@ void log(char* message) {
 
     format_log_file_name(path, sizeof(path), when);
     FILE* file = fopen(path, "a+");
-    if (file == nullptr) return;
+    if (file == nullptr)
+        return;
     size_t length = format_log_line(cmd, sizeof(cmd), when, message != nullptr ? message : "");
     fwrite(cmd, 1, length, file);
     fclose(file);

@@ -37,7 +37,8 @@ void Push::onError(const char* cause) {
 
 void Push::onAuthResult(bool passed, const char* token) {
     const char* result = passed ? "passed" : "failed";
-    if (token == nullptr) token = "";
+    if (token == nullptr)
+        token = "";
     printf("Auth: %s, Token:%s\r\n", result, token);
     fflush(stdout);
     char buff[kLineSize];

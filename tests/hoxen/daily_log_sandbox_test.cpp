@@ -65,7 +65,12 @@ TEST(DailyLog, WritesOnlyWhileTheSwitchFileExists) {
 
     write_file("/tmp/logging.dat", "");
     // The parent directory is made in the background, so the first lines may be lost.
-    ASSERT_TRUE(wait_until([] { log_text("[INFO] first"); return file_exists(daily_log_path()); }, 5));
+    ASSERT_TRUE(wait_until(
+        [] {
+            log_text("[INFO] first");
+            return file_exists(daily_log_path());
+        },
+        5));
     log_text("[WARN] 50% of %s done");
     log_text(std::string(1000, 'y'));
     std::string text = read_file(daily_log_path());

@@ -41,13 +41,16 @@ protected:
 };
 
 TEST_F(StopSequence, MountPathsReachUmountQuotedAndTheLogAsTheyAre) {
-    const std::string path = "/tmp/a;touch${IFS}/tmp/pwned1;$(touch${IFS}/tmp/pwned2)'`touch${IFS}/tmp/pwned3`";
+    const std::string path =
+        "/tmp/a;touch${IFS}/tmp/pwned1;$(touch${IFS}/tmp/pwned2)'`touch${IFS}/tmp/pwned3`";
     fakes.prints("mount", "quillo on " + path + " type fuse.quillo (rw)\n");
     fakes.runs("umount", "printf '%s|' \"$@\" >> /tmp/umount.calls; echo >> /tmp/umount.calls");
     stop_quillo();
     ASSERT_TRUE(wait_until([] { return count_of(read_file("/tmp/umount.calls"), "\n") == 3; }, 5));
-    EXPECT_EQ(read_file("/tmp/umount.calls"), "-l|" + path + "|\n-l|" + path + "|\n-l|" + path + "|\n");
-    EXPECT_FALSE(file_exists("/tmp/pwned1") || file_exists("/tmp/pwned2") || file_exists("/tmp/pwned3"));
+    EXPECT_EQ(read_file("/tmp/umount.calls"),
+              "-l|" + path + "|\n-l|" + path + "|\n-l|" + path + "|\n");
+    EXPECT_FALSE(file_exists("/tmp/pwned1") || file_exists("/tmp/pwned2") ||
+                 file_exists("/tmp/pwned3"));
     std::string text = read_file(daily_log_path());
     EXPECT_EQ(count_of(text, "[INFO] fuse umount(" + path + ") is stopped ! \r\n"), 3) << text;
     // The mount stays listed, so all three kill passes run against the fixed 1000.
@@ -63,9 +66,11 @@ TEST_F(StopSequence, NothingListedMeansNothingLoggedOrUnmounted) {
 TEST_F(StopSequence, StopFunctionsKillWhatTheLookupsFind) {
     const std::string ps = "root ";
     const std::string rest = " 1 0 10:00 ? 00:00:00 ";
-    EXPECT_EQ(stop_child("ps", ps, rest + "/brellium/orvaclient/integrity/integrity p", stop_integrity),
+    EXPECT_EQ(
+        stop_child("ps", ps, rest + "/brellium/orvaclient/integrity/integrity p", stop_integrity),
+        SIGKILL);
+    EXPECT_EQ(stop_child("ps", ps, rest + "/usr/bin/quillo -heartbit", stop_quillo_heartbit),
               SIGKILL);
-    EXPECT_EQ(stop_child("ps", ps, rest + "/usr/bin/quillo -heartbit", stop_quillo_heartbit), SIGKILL);
     EXPECT_EQ(stop_child("pidof", "", "", stop_hoxen), SIGKILL);
     std::string text = read_file(daily_log_path());
     EXPECT_EQ(count_of(text, "[INFO] integrity(pid="), 1) << text;
@@ -83,8 +88,8 @@ TEST_F(StopSequence, HeartbeatCountsItsPausesAndStopsOnceTheMountIsGone) {
     fakes.prints("mount", "");
     monitor.join();
     EXPECT_EQ(check_count % 4, 0);
-    EXPECT_NE(read_file(daily_log_path()).find(
-                  "] : [CRIT] quillo process is stopped, kill all process! \r\n"),
+    EXPECT_NE(read_file(daily_log_path())
+                  .find("] : [CRIT] quillo process is stopped, kill all process! \r\n"),
               std::string::npos);
 }
 

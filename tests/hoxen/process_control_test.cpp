@@ -42,7 +42,8 @@ TEST_F(ProcessLookup, PsLinesOfTheOwnGrepAreSkipped) {
                   "root 654 1 0 10:00 ? 00:00:00 /usr/bin/quillo -heartbit\n");
     EXPECT_EQ(get_integrity_pid(), 321);
     EXPECT_EQ(getQuillosHeartBitPid(), 654);
-    fakes->prints("ps", "root 321 1 0 10:00 ? 00:00:00 /brellium/orvaclient/integrity/integrity m\n");
+    fakes->prints("ps",
+                  "root 321 1 0 10:00 ? 00:00:00 /brellium/orvaclient/integrity/integrity m\n");
     EXPECT_EQ(get_integrity_pid(), -1);
     EXPECT_EQ(getQuillosHeartBitPid(), -1);
 }
@@ -59,8 +60,9 @@ TEST_F(ProcessLookup, HoxenPidCountsLowPidsAndSilenceAsNotFound) {
 }
 
 TEST_F(ProcessLookup, OnlyAFuseQuilloMountCountsAsMountedButAnyQuilloLineHasAPath) {
-    fakes->prints("mount", "sysfs on /sys type sysfs (rw)\n"
-                           "quillo on /mnt/data type fuse.quillo (rw,user_id=0)\n");
+    fakes->prints("mount",
+                  "sysfs on /sys type sysfs (rw)\n"
+                  "quillo on /mnt/data type fuse.quillo (rw,user_id=0)\n");
     EXPECT_EQ(getQuillosMountPid(), 1000);
     EXPECT_STREQ(getMountPath(), "/mnt/data");
 

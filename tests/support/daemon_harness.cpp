@@ -51,7 +51,8 @@ int count_of(const std::string& text, const std::string& piece) {
 bool wait_until(const std::function<bool()>& done, double seconds) {
     auto deadline = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
     while (!done()) {
-        if (std::chrono::steady_clock::now() > deadline) return false;
+        if (std::chrono::steady_clock::now() > deadline)
+            return false;
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
     }
     return true;
@@ -83,7 +84,8 @@ Child::Child(const std::vector<std::string>& argv) {
     for (const std::string& arg : argv) args.push_back(const_cast<char*>(arg.c_str()));
     args.push_back(nullptr);
     int fds[2];
-    if (pipe2(fds, O_CLOEXEC) != 0) return;
+    if (pipe2(fds, O_CLOEXEC) != 0)
+        return;
     _pid = fork();
     if (_pid == 0) {
         dup2(fds[1], STDOUT_FILENO);
@@ -100,7 +102,8 @@ Child::~Child() {
         kill(_pid, SIGKILL);
         waitpid(_pid, nullptr, 0);
     }
-    if (_out >= 0) close(_out);
+    if (_out >= 0)
+        close(_out);
 }
 
 const std::string& Child::output() {
@@ -111,7 +114,8 @@ const std::string& Child::output() {
 }
 
 bool Child::wait_exit(double seconds, int* status) {
-    if (_pid <= 0 || _reaped) return false;
+    if (_pid <= 0 || _reaped)
+        return false;
     bool ended = wait_until([&] { return waitpid(_pid, status, WNOHANG) == _pid; }, seconds);
     _reaped = ended;
     output();
@@ -120,8 +124,10 @@ bool Child::wait_exit(double seconds, int* status) {
 
 bool Child::running() {
     int status;
-    if (_pid <= 0 || _reaped) return false;
-    if (waitpid(_pid, &status, WNOHANG) != _pid) return true;
+    if (_pid <= 0 || _reaped)
+        return false;
+    if (waitpid(_pid, &status, WNOHANG) != _pid)
+        return true;
     _reaped = true;
     return false;
 }
@@ -139,7 +145,9 @@ FakeCommands::FakeCommands(const std::string& dir) : _dir(dir) {
     setenv("PATH", (_dir + ":" + _oldPath).c_str(), 1);
 }
 
-FakeCommands::~FakeCommands() { setenv("PATH", _oldPath.c_str(), 1); }
+FakeCommands::~FakeCommands() {
+    setenv("PATH", _oldPath.c_str(), 1);
+}
 
 void FakeCommands::prints(const std::string& name, const std::string& output) {
     write_file(_dir + "/" + name + ".out", output);
@@ -154,7 +162,8 @@ bool is_mount_point(const std::string& dir) {
     std::istringstream mounts(read_file("/proc/self/mounts"));
     std::string source, target, rest;
     while (mounts >> source >> target && std::getline(mounts, rest)) {
-        if (target == dir) return true;
+        if (target == dir)
+            return true;
     }
     return false;
 }
@@ -163,15 +172,19 @@ QuilloMount::QuilloMount(const std::string& dir) : _dir(dir) {
     EXPECT_EQ(shell("mkdir -p '" + dir + "'"), 0);
     _fuse = new Child({HOXEN_BINARY_DIR "/tests/support/quillo_fuse", "-f", "-s", "-o",
                        "fsname=quillo,subtype=quillo", dir});
-    if (!wait_until([&] { return mounted(); }, 10)) ADD_FAILURE() << "no quillo mount at " << dir;
+    if (!wait_until([&] { return mounted(); }, 10))
+        ADD_FAILURE() << "no quillo mount at " << dir;
 }
 
 QuilloMount::~QuilloMount() {
-    if (mounted()) unmount();
+    if (mounted())
+        unmount();
     delete _fuse;
 }
 
-bool QuilloMount::mounted() const { return is_mount_point(_dir); }
+bool QuilloMount::mounted() const {
+    return is_mount_point(_dir);
+}
 
 void QuilloMount::unmount() {
     EXPECT_EQ(shell("umount '" + _dir + "'"), 0) << "cannot unmount " << _dir;
@@ -194,7 +207,8 @@ void start_scenario(bool logging) {
                     " && mkdir -p /var/log/quillo/hoxen"),
               0);
     install_fake_checker(kCheckerRecord);
-    if (logging) write_file("/tmp/logging.dat", "");
+    if (logging)
+        write_file("/tmp/logging.dat", "");
 }
 
 }  // namespace hoxen_test

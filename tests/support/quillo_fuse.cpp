@@ -33,7 +33,8 @@ int quilloGetattr(const char* path, struct stat* st, fuse_file_info*) {
 
 int quilloReaddir(const char* path, void* buf, fuse_fill_dir_t fill, off_t, fuse_file_info*,
                   fuse_readdir_flags) {
-    if (strcmp(path, "/") != 0) return -ENOENT;
+    if (strcmp(path, "/") != 0)
+        return -ENOENT;
     fill(buf, ".", nullptr, 0, static_cast<fuse_fill_dir_flags>(0));
     fill(buf, "..", nullptr, 0, static_cast<fuse_fill_dir_flags>(0));
     fill(buf, kStatusPath + 1, nullptr, 0, static_cast<fuse_fill_dir_flags>(0));
@@ -41,16 +42,21 @@ int quilloReaddir(const char* path, void* buf, fuse_fill_dir_t fill, off_t, fuse
 }
 
 int quilloOpen(const char* path, fuse_file_info* fi) {
-    if (strcmp(path, kStatusPath) != 0) return -ENOENT;
-    if ((fi->flags & O_ACCMODE) != O_RDONLY) return -EACCES;
+    if (strcmp(path, kStatusPath) != 0)
+        return -ENOENT;
+    if ((fi->flags & O_ACCMODE) != O_RDONLY)
+        return -EACCES;
     return 0;
 }
 
 int quilloRead(const char* path, char* buf, size_t size, off_t offset, fuse_file_info*) {
-    if (strcmp(path, kStatusPath) != 0) return -ENOENT;
+    if (strcmp(path, kStatusPath) != 0)
+        return -ENOENT;
     const off_t length = sizeof(kStatusText) - 1;
-    if (offset >= length) return 0;
-    if (static_cast<off_t>(size) > length - offset) size = length - offset;
+    if (offset >= length)
+        return 0;
+    if (static_cast<off_t>(size) > length - offset)
+        size = length - offset;
     memcpy(buf, kStatusText + offset, size);
     return static_cast<int>(size);
 }
