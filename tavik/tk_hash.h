@@ -47,15 +47,16 @@ inline int defaultHashkeyCompare4search(const void* key, const void* record) {
 }
 
 namespace detail {
-inline int compareHashKeys(const char* a, const char* b, bool ignoreCase) {
+// Negative, zero or positive like strcmp.
+template <bool ignoreCase>
+inline int compareHashKeys(const char* a, const char* b) {
     if (a == nullptr || b == nullptr) {
         return a == b ? 0 : (a == nullptr ? -1 : 1);
     }
-    int r = ignoreCase ? strcasecmp(a, b) : strcmp(a, b);
-    return r == 0 ? 0 : (r < 0 ? -1 : 1);
+    return ignoreCase ? strcasecmp(a, b) : strcmp(a, b);
 }
-template <typename N, typename = std::enable_if_t<std::is_arithmetic<N>::value>>
-inline int compareHashKeys(N a, N b, bool) {
+template <bool ignoreCase, typename N, typename = std::enable_if_t<std::is_arithmetic<N>::value>>
+inline int compareHashKeys(N a, N b) {
     return a == b ? 0 : (a > b ? 1 : -1);
 }
 }  // namespace detail
@@ -74,11 +75,12 @@ public:
     hash(const hash&) = delete;
     hash& operator=(const hash&) = delete;
 
+    // Record comparisons: -1, 0 or 1.
     int hashkeyCompare(void* a, void* b) override {
-        return compare(static_cast<hashData*>(a)->key, static_cast<hashData*>(b)->key);
+        return sign(compare(static_cast<hashData*>(a)->key, static_cast<hashData*>(b)->key));
     }
     int hashkeyCompare4search(void* key, void* record) override {
-        return compare(*static_cast<A*>(key), static_cast<hashData*>(record)->key);
+        return sign(compare(*static_cast<A*>(key), static_cast<hashData*>(record)->key));
     }
 
     // Adds or replaces; the hash takes the key and value as given. Always 1.
@@ -97,8 +99,9 @@ public:
         ++count;
         neededSort = true;
         // Appends stay unsorted until the next lookup, but a long unsorted
-        // tail would make each put's duplicate check linear: merge it early.
-        if (count - sortedCount > kMaxUnsortedTail) {
+        // tail would make each put's duplicate check slow: merge it once it
+        // outgrows the square root of the size (32 at least).
+        if (count - sortedCount > maxUnsortedTail) {
             sort();
         }
         return 1;
@@ -113,7 +116,9 @@ public:
 
     // The record of key, or null. Sorts first.
     hashData* search(A key) {
-        sort();
+        if (neededSort) {
+            sort();
+        }
         return bisect(key);
     }
 
@@ -159,14 +164,18 @@ public:
         std::inplace_merge(_data, _data + sortedCount, _data + count, less);
         sortedCount = count;
         neededSort = false;
+        while (maxUnsortedTail * maxUnsortedTail < count) {
+            maxUnsortedTail *= 2;
+        }
     }
 
     hashData* _data;
 
 private:
-    static constexpr size_t kMaxUnsortedTail = 32;
-
-    static int compare(const A& a, const A& b) { return detail::compareHashKeys(a, b, ignoreCase); }
+    static int compare(const A& a, const A& b) {
+        return detail::compareHashKeys<ignoreCase>(a, b);
+    }
+    static int sign(int c) { return c == 0 ? 0 : (c < 0 ? -1 : 1); }
 
     hashData* bisect(const A& key) {
         size_t lo = 0, hi = sortedCount;
@@ -217,7 +226,8 @@ private:
         }
     }
 
-    size_t sortedCount;  // _data[0, sortedCount) is in key order
+    size_t sortedCount;          // _data[0, sortedCount) is in key order
+    size_t maxUnsortedTail = 32;  // appends allowed before put merges them
 };
 
 }  // namespace tavik
