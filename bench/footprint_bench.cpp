@@ -44,12 +44,10 @@ int main(int argc, char** argv) {
     const int idleSeconds = argc > 1 ? atoi(argv[1]) : 60;
     const int burst = argc > 2 ? atoi(argv[2]) : 2000;
     start_scenario(true);
-    QuilloMount mount("/tmp/footprint/mnt");
-    pushserver::PushServer server;
-    if (!server.listen())
-        return 1;
-    Child daemon(daemon_command({"127.0.0.1", std::to_string(server.port()), "BOX", "10"}));
-    if (!server.waitForHandshake(0, std::chrono::seconds(10)))
+    ConnectedDaemon run("/tmp/footprint/mnt");
+    pushserver::PushServer& server = run.server;
+    Child& daemon = *run.daemon;
+    if (!daemon.running() || server.connectionCount() != 1)
         return 1;
 
     // One heartbeat pause first: its first mount listing touches pages once for good.

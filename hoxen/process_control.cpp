@@ -70,6 +70,22 @@ void log_pid(const char* format, int pid) {
     log(buff);
 }
 
+// At most three passes, one second apart: look the process up, stop when it is gone, else
+// kill it, logging `noteBefore` / `noteAfter` (a "%d" format, or null) around the kill.
+void kill_found(int (*lookup)(), const char* noteAfter, const char* noteBefore) {
+    for (int pass = 0; pass < kStopPasses; ++pass) {
+        int pid = lookup();
+        if (pid < 1)
+            break;
+        if (noteBefore != nullptr)
+            log_pid(noteBefore, pid);
+        kill_process(pid);
+        if (noteAfter != nullptr)
+            log_pid(noteAfter, pid);
+        sleep(1);
+    }
+}
+
 }  // namespace
 
 void run_shell(const char* command) {
@@ -189,47 +205,20 @@ void stop_quillo() {
         log(buff);
         unmount_lazily(getMountPath());
     }
-    for (int pass = 0; pass < kStopPasses; ++pass) {
-        int pid = getQuillosMountPid();
-        if (pid < 1)
-            break;
-        kill_process(pid);
-        log_pid("[INFO] quillo(pid=%d) is stopped !", pid);
-        sleep(1);
-    }
+    kill_found(getQuillosMountPid, "[INFO] quillo(pid=%d) is stopped !", nullptr);
 }
 
 void stop_quillo_heartbit() {
-    for (int pass = 0; pass < kStopPasses; ++pass) {
-        int pid = getQuillosHeartBitPid();
-        if (pid < 1)
-            break;
-        kill_process(pid);
-        sleep(1);
-    }
+    kill_found(getQuillosHeartBitPid, nullptr, nullptr);
 }
 
 void stop_integrity() {
-    for (int pass = 0; pass < kStopPasses; ++pass) {
-        int pid = get_integrity_pid();
-        if (pid < 1)
-            break;
-        kill_process(pid);
-        log_pid("[INFO] integrity(pid=%d) is stopped !", pid);
-        sleep(1);
-    }
+    kill_found(get_integrity_pid, "[INFO] integrity(pid=%d) is stopped !", nullptr);
 }
 
 void stop_hoxen() {
-    for (int pass = 0; pass < kStopPasses; ++pass) {
-        int pid = get_hoxen_pid();
-        if (pid < 1)
-            break;
-        // Logged before the kill: the pid is normally our own and the kill ends us.
-        log_pid("[INFO] hoxen(pid=%d) is stopped !\r\n", pid);
-        kill_process(pid);
-        sleep(1);
-    }
+    // Noted before the kill: the pid is normally our own and the kill ends us.
+    kill_found(get_hoxen_pid, nullptr, "[INFO] hoxen(pid=%d) is stopped !\r\n");
 }
 
 void start_integrity_check() {

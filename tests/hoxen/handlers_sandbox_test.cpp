@@ -13,12 +13,10 @@ using std::chrono::seconds;
 
 TEST(Handlers, AuthAndMessagesArePrintedLoggedAndEachStartsTheCheckerOnce) {
     start_scenario(true);
-    QuilloMount mount("/tmp/handlers-events/mnt");
-    PushServer server;
-    ASSERT_TRUE(server.listen());
-    Child daemon(daemon_command({"127.0.0.1", std::to_string(server.port()), "BOX", "10"}));
-    Handshake hello;
-    ASSERT_TRUE(server.waitForHandshake(0, seconds(10), &hello)) << daemon.output();
+    ConnectedDaemon run("/tmp/handlers-events/mnt");
+    PushServer& server = run.server;
+    Child& daemon = *run.daemon;
+    const Handshake& hello = run.hello;
     EXPECT_EQ(hello.domain + "|" + hello.userId + "|" + hello.loginParam, "BOX|10|vintrago");
 
     server.sendFrame(0, "#2:true:ab");
@@ -44,17 +42,14 @@ TEST(Handlers, AuthAndMessagesArePrintedLoggedAndEachStartsTheCheckerOnce) {
 
 TEST(Handlers, LostServerIsReconnectedAndEachFailedAttemptWarned) {
     start_scenario(true);
-    QuilloMount mount("/tmp/handlers-reconnect/mnt");
-    PushServer server;
-    ASSERT_TRUE(server.listen());
+    ConnectedDaemon run("/tmp/handlers-reconnect/mnt");
+    PushServer& server = run.server;
     const int port = server.port();
-    Child daemon(daemon_command({"127.0.0.1", std::to_string(port), "BOX", "10"}));
-    Handshake first, second;
-    ASSERT_TRUE(server.waitForHandshake(0, seconds(10), &first)) << daemon.output();
+    Handshake second;
 
     server.close(0);
     ASSERT_TRUE(server.waitForHandshake(1, seconds(3), &second));
-    EXPECT_NE(first.identifier, second.identifier);
+    EXPECT_NE(run.hello.identifier, second.identifier);
     EXPECT_EQ(read_file(daily_log_path()).find("[WARN]"), std::string::npos);
 
     server.stopListening();
@@ -65,5 +60,5 @@ TEST(Handlers, LostServerIsReconnectedAndEachFailedAttemptWarned) {
     std::string text = read_file(daily_log_path());
     EXPECT_GE(count_of(text, "] : [WARN] disconnected \r\n"), 2) << text;
     EXPECT_LE(count_of(text, "] : [WARN] disconnected \r\n"), 4) << text;
-    EXPECT_TRUE(daemon.running());
+    EXPECT_TRUE(run.daemon->running());
 }

@@ -15,16 +15,13 @@ using std::chrono::seconds;
 
 TEST(Heartbeat, DaemonKillsItselfWithinAPauseOfTheUnmount) {
     start_scenario(true);
-    QuilloMount mount("/tmp/heartbeat-fuse/mnt");
-    PushServer server;
-    ASSERT_TRUE(server.listen());
-    Child daemon(daemon_command({"127.0.0.1", std::to_string(server.port()), "BOX", "10"}));
-    ASSERT_TRUE(server.waitForHandshake(0, seconds(10))) << daemon.output();
-    server.sendFrame(0, "#1:before");
+    ConnectedDaemon run("/tmp/heartbeat-fuse/mnt");
+    Child& daemon = *run.daemon;
+    run.server.sendFrame(0, "#1:before");
     sleep(5);
     ASSERT_TRUE(daemon.running());
 
-    mount.unmount();
+    run.mount.unmount();
     auto unmounted = std::chrono::steady_clock::now();
     int status = 0;
     ASSERT_TRUE(daemon.wait_exit(10, &status));

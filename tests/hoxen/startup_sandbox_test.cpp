@@ -30,13 +30,8 @@ TEST(Startup, FewerThanThreeArgumentsPrintTheUsageLineAndLogNothing) {
 
 TEST(Startup, ThreeArgumentsLogTheBannerAndLongArgumentsAreCut) {
     start_scenario(true);
-    QuilloMount mount("/tmp/startup-banner/mnt");
-    PushServer server;
-    ASSERT_TRUE(server.listen());
-    const std::string domain(300, 'd');
-    Child daemon(daemon_command({"127.0.0.1", std::to_string(server.port()), domain}));
-    Handshake hello;
-    ASSERT_TRUE(server.waitForHandshake(0, seconds(10), &hello)) << daemon.output();
+    ConnectedDaemon run("/tmp/startup-banner/mnt", {std::string(300, 'd')});
+    const Handshake& hello = run.hello;
     EXPECT_EQ(hello.domain, std::string(127, 'd'));
     EXPECT_EQ(hello.userId, "");
     EXPECT_EQ(hello.loginParam, "vintrago");
@@ -48,10 +43,10 @@ TEST(Startup, ThreeArgumentsLogTheBannerAndLongArgumentsAreCut) {
     EXPECT_EQ(messages[1], " ============ HOXEN is Started!! ============");
     EXPECT_EQ(messages[2], rule);
     // The argument line is cut to its buffer, then to the log line's, which keeps its end.
-    const std::string args = "  --- 127.0.0.1 " + std::to_string(server.port()) + " ddd";
+    const std::string args = "  --- 127.0.0.1 " + std::to_string(run.server.port()) + " ddd";
     EXPECT_EQ(messages[3].substr(0, args.size()), args);
     EXPECT_EQ(messages[3].size(), 255u - 24 - 3);
-    EXPECT_TRUE(daemon.running());
+    EXPECT_TRUE(run.daemon->running());
 }
 
 TEST(Startup, UnreachableServerIsTriedEverySecondAndTheHeartbeatWaitsForIt) {

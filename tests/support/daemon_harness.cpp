@@ -158,6 +158,14 @@ void FakeCommands::runs(const std::string& name, const std::string& body) {
     write_file(_dir + "/" + name, "#!/bin/sh\n" + body + "\n", 0755);
 }
 
+ConnectedDaemon::ConnectedDaemon(const std::string& mountDir, std::vector<std::string> args)
+    : mount(mountDir) {
+    EXPECT_TRUE(server.listen());
+    args.insert(args.begin(), {"127.0.0.1", std::to_string(server.port())});
+    daemon = std::make_unique<Child>(daemon_command(args));
+    EXPECT_TRUE(server.waitForHandshake(0, std::chrono::seconds(10), &hello)) << daemon->output();
+}
+
 bool is_mount_point(const std::string& dir) {
     std::istringstream mounts(read_file("/proc/self/mounts"));
     std::string source, target, rest;

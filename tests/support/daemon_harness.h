@@ -7,8 +7,11 @@
 #include <sys/types.h>
 
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
+
+#include "tools/pushserver/push_server.h"
 
 namespace hoxen_test {
 
@@ -79,6 +82,18 @@ public:
 private:
     std::string _dir;
     Child* _fuse = nullptr;
+};
+
+// The daemon started with `args` against its own push server on 127.0.0.1, with the quillo
+// mount up at `mountDir`; construction waits for the handshake (recorded in `hello`).
+struct ConnectedDaemon {
+    explicit ConnectedDaemon(const std::string& mountDir,
+                             std::vector<std::string> args = {"BOX", "10"});
+
+    QuilloMount mount;
+    pushserver::PushServer server;
+    std::unique_ptr<Child> daemon;
+    pushserver::Handshake hello;
 };
 
 // True while `mount` lists `dir` as a mount point.
