@@ -177,8 +177,12 @@ long long datetime::getLongLong() const {
 }
 
 char* datetime::getTime() {
-    snprintf(szTime, sizeof(szTime), "%04d/%02d/%02d %02d:%02d:%02d", getYear(), getMonth(),
-             getDay(), getHour(), getMinute(), getSecond());
+    // Years beyond four digits would not fit szTime: format wide, keep what fits.
+    char wide[80];
+    snprintf(wide, sizeof(wide), "%04d/%02d/%02d %02d:%02d:%02d", getYear(), getMonth(), getDay(),
+             getHour(), getMinute(), getSecond());
+    strncpy(szTime, wide, sizeof(szTime) - 1);
+    szTime[sizeof(szTime) - 1] = '\0';
     return szTime;
 }
 
