@@ -1,0 +1,109 @@
+// list<T>: a doubly linked list of pointers in insertion order. The list owns
+// its items, never the data they point to (removeAll frees items only).
+// Not locked: one thread at a time.
+#ifndef TAVIK_TK_LIST_H_
+#define TAVIK_TK_LIST_H_
+
+#include <stddef.h>
+
+#include <type_traits>
+
+namespace tavik {
+
+struct listitem {
+    void* pData;
+    listitem* prev;
+    listitem* next;
+};
+
+template <typename T, typename A = T>
+class list {
+    static_assert(std::is_pointer<T>::value, "list holds pointers");
+
+public:
+    list() : itemHead(nullptr), itemTail(nullptr), count(0) {}
+    virtual ~list() { removeAll(); }
+    list(const list&) = delete;
+    list& operator=(const list&) = delete;
+
+    listitem* addTail(A item) {
+        listitem* it = new listitem{const_cast<void*>(static_cast<const void*>(item)), itemTail,
+                                    nullptr};
+        if (itemTail == nullptr) {
+            itemHead = it;
+        } else {
+            itemTail->next = it;
+        }
+        itemTail = it;
+        ++count;
+        return it;
+    }
+
+    size_t getCount() const { return count; }
+    listitem* getHeadPosition() const { return itemHead; }
+
+    // Returns the data at *pos and advances *pos; null when *pos is null.
+    T getNext(listitem** pos) const {
+        if (pos == nullptr || *pos == nullptr) {
+            return nullptr;
+        }
+        void* data = (*pos)->pData;
+        *pos = (*pos)->next;
+        return static_cast<T>(data);
+    }
+
+    // The data at position index, null past the end (walks from the head).
+    T getAt(size_t index) const {
+        listitem* it = itemHead;
+        for (; it != nullptr && index > 0; --index) {
+            it = it->next;
+        }
+        return it ? static_cast<T>(it->pData) : nullptr;
+    }
+
+    // Unlinks the first item holding data; the data itself is not freed.
+    bool removeData(T data) {
+        for (listitem* it = itemHead; it != nullptr; it = it->next) {
+            if (it->pData == static_cast<const void*>(data)) {
+                unlink(it);
+                return true;
+            }
+        }
+        return false;
+    }
+
+    void removeAll() {
+        while (itemHead != nullptr) {
+            listitem* next = itemHead->next;
+            delete itemHead;
+            itemHead = next;
+        }
+        itemTail = nullptr;
+        count = 0;
+    }
+
+    // Copies each text into the elements of a string array, in order.
+    template <typename Arr>
+    void toClassArr(Arr* arr) const {
+        size_t i = 0;
+        for (listitem* it = itemHead; it != nullptr; it = it->next) {
+            arr->ref(i++) = static_cast<const char*>(it->pData);
+        }
+    }
+
+    listitem* itemHead;
+    listitem* itemTail;
+    size_t count;
+
+private:
+    void unlink(listitem* it) {
+        (it->prev ? it->prev->next : itemHead) = it->next;
+        (it->next ? it->next->prev : itemTail) = it->prev;
+        delete it;
+        --count;
+    }
+};
+
+}  // namespace tavik
+
+#endif  // TAVIK_TK_LIST_H_
