@@ -37,39 +37,9 @@ json::array::~array() {
     objList.removeAll();
 }
 
-// The list is rebuilt without the element: lists only append and clear.
-void json::array::remove(jsonObject* node) {
-    list<jsonObject*> kept;
-    bool unlinked = false;
-    auto pos = objList.getHeadPosition();
-    while (pos) {
-        jsonObject* element = objList.getNext(&pos);
-        if (element == node && !unlinked) {
-            unlinked = true;
-        } else {
-            kept.addTail(element);
-        }
-    }
-    if (!unlinked) {
-        return;
-    }
-    objList.removeAll();
-    pos = kept.getHeadPosition();
-    while (pos) {
-        objList.addTail(kept.getNext(&pos));
-    }
-}
+void json::array::remove(jsonObject* node) { objList.removeData(node); }
 
-jsonObject* json::array::getAt(unsigned long index) {
-    if (index >= objList.getCount()) {
-        return nullptr;
-    }
-    auto pos = objList.getHeadPosition();
-    for (unsigned long i = 0; i < index; i++) {
-        objList.getNext(&pos);
-    }
-    return objList.getNext(&pos);
-}
+jsonObject* json::array::getAt(unsigned long index) { return objList.getAt(index); }
 
 json* json::array::getJson(unsigned long index) {
     jsonObject* node = getAt(index);
@@ -95,16 +65,7 @@ void json::reset() {
     _removedKeys.removeAll();
 }
 
-char* json::getKey(unsigned long index) {
-    if (index >= keyTable.getCount()) {
-        return nullptr;
-    }
-    auto pos = keyTable.getHeadPosition();
-    for (unsigned long i = 0; i < index; i++) {
-        keyTable.getNext(&pos);
-    }
-    return keyTable.getNext(&pos);
-}
+char* json::getKey(unsigned long index) { return keyTable.getAt(index); }
 
 strArr* json::getKeyArray() {
     strArr* keys = new strArr(keyTable.getCount());
@@ -174,16 +135,10 @@ void json::remove(const char* key) {
     char* stored = record->key;
     char* kept = newString(stored);
     _removedKeys.add(kept);
-    list<char*> keys;
-    auto pos = keyTable.getHeadPosition();
-    while (pos) {
-        char* k = keyTable.getNext(&pos);
-        keys.addTail(k == stored ? kept : k);
-    }
-    keyTable.removeAll();
-    pos = keys.getHeadPosition();
-    while (pos) {
-        keyTable.addTail(keys.getNext(&pos));
+    for (listitem* item = keyTable.itemHead; item; item = item->next) {
+        if (item->pData == stored) {
+            item->pData = kept;
+        }
     }
     props.remove(kept);
 }
