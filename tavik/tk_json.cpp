@@ -4,6 +4,8 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include <algorithm>
+
 #include "tavik/tk_common.h"
 
 namespace tavik {
@@ -100,6 +102,15 @@ jsonObject* json::_member(const char* key, bool* found) {
 }
 
 void json::_adopt(char* key, jsonObject* node) {
+    if (props.count + 1 >= props._size) {
+        // Doubling keeps a large object from copying its records every few members.
+        size_t size = props._size * 2;
+        auto* grown = new memberMap::hashData[size]();
+        std::copy(props._data, props._data + props.count, grown);
+        delete[] props._data;
+        props._data = grown;
+        props._size = size;
+    }
     props.put(key, node);
     keyTable.addTail(key);
 }

@@ -51,7 +51,9 @@ public:
 class json : public jsonObject {
 public:
     class array;
-    typedef hash<char*, jsonObject*, true, true, false, 1000> memberMap;
+    // Every object of a document has its own map, so it starts small (a thousand records
+    // ahead would make a 1 MB document take hundreds of MB) and doubles as it fills.
+    typedef hash<char*, jsonObject*, true, true, false, 8> memberMap;
 
     memberMap props;        // key -> node; owns both
     list<char*> keyTable;   // the keys of props in first-insertion order; does not own them
