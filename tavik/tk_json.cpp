@@ -93,6 +93,20 @@ strArr* json::getValueArray() {
     return values;
 }
 
+json::memberMap::hashData* json::_record(const char* key) {
+    // A small map is scanned as it stands: sorting it after every new member would cost
+    // more than the comparisons saved.
+    if (props.count <= kScanLimit) {
+        for (size_t i = 0; i < props.count; i++) {
+            if (strcmp(props._data[i].key, key) == 0) {
+                return &props._data[i];
+            }
+        }
+        return nullptr;
+    }
+    return props.search(const_cast<char*>(key));
+}
+
 jsonObject* json::_member(const char* key, bool* found) {
     auto* record = key ? props.search(const_cast<char*>(key)) : nullptr;
     if (found) {
@@ -120,7 +134,7 @@ void json::add(const char* key, jsonObject* node) {
         delete node;
         return;
     }
-    auto* record = props.search(const_cast<char*>(key));
+    auto* record = _record(key);
     if (record) {
         // Replaced in place: the stored key, and so its position, stays.
         delete record->value;

@@ -19,83 +19,92 @@ namespace {
 struct token {
     const char* s;
     size_t n;
+    // The group was closed by its own bracket. Such a token is always a brace string of its
+    // kind, so it need not be scanned again; an unterminated one still is.
+    bool closed;
     char last() const { return s[n - 1]; }
     bool is(char c) const { return n == 1 && s[0] == c; }
 };
 
 const char kColon[] = ":";
+const size_t kKeptBuffer = 1 << 16;
 
-// The token state machine. Every byte that goes to the token buffer directly follows the
-// previous one (blanks and colons at the top level end a token and are not kept), so a
-// token is the slice [start, i).
+// The tokenizer. Escapes come first everywhere (a backslash takes the next byte with it,
+// unexamined); at the top level a blank ends a token, a colon is a token of its own, and a
+// quoted string or a bracketed or braced group is one token with its delimiters. Inside a
+// group only its own kind of bracket is counted, and quoted strings are skipped. Every byte
+// of a token directly follows the previous one, so a token is a slice of the text.
+
+// Index just past the string whose opening quote is before i, or n when it is unterminated.
+size_t skipString(const char* s, size_t i, size_t n) {
+    while (i < n) {
+        char c = s[i];
+        if (c == '\\') {
+            i += 2;
+        } else if (c == '"') {
+            return i + 1;
+        } else {
+            i++;
+        }
+    }
+    return n;
+}
+
+// Index just past the bracket closing the group opened before i, or n when it is unterminated.
+size_t skipGroup(const char* s, size_t i, size_t n, char open, char close, bool* closed) {
+    int openCount = 1;
+    while (i < n) {
+        char c = s[i];
+        if (c == '\\') {
+            i += 2;
+        } else if (c == '"') {
+            i = skipString(s, i + 1, n);
+        } else if (c == open) {
+            openCount++;
+            i++;
+        } else if (c == close && --openCount == 0) {
+            *closed = true;
+            return i + 1;
+        } else {
+            i++;
+        }
+    }
+    return n;
+}
+
 void cutTokens(const char* s, size_t n, std::vector<token>& out) {
-    enum { top = 0, inArray = 1, inObject = 2, inString = 10 };
-    int mode = top;
-    int openCount = 0;
-    bool backSlash = false;
     size_t start = 0;
     bool filled = false;
     auto emit = [&](size_t end) {
         if (filled && end > start) {
-            out.push_back({s + start, end - start});
+            out.push_back({s + start, end - start, false});
         }
         filled = false;
     };
-    auto take = [&](size_t i) {
-        if (!filled) {
-            start = i;
-            filled = true;
-        }
-    };
-    for (size_t i = 0; i < n; i++) {
+    size_t i = 0;
+    while (i < n) {
         char c = s[i];
-        if (backSlash || c == '\\') {
-            backSlash = !backSlash;
-            take(i);
-            continue;
-        }
-        if (mode >= inString) {
-            take(i);
-            if (c == '"') {
-                if (mode == inString + top) {
-                    emit(i + 1);
-                }
-                mode -= inString;
+        if (c == ' ') {
+            emit(i);
+            i++;
+        } else if (c == ':') {
+            emit(i);
+            out.push_back({kColon, 1, false});
+            i++;
+        } else if (c == '"' || c == '[' || c == '{') {
+            emit(i);
+            bool closed = false;
+            size_t end = c == '"'   ? skipString(s, i + 1, n)
+                         : c == '[' ? skipGroup(s, i + 1, n, '[', ']', &closed)
+                                    : skipGroup(s, i + 1, n, '{', '}', &closed);
+            out.push_back({s + i, (end < n ? end : n) - i, closed && c != '"'});
+            i = end;
+        } else {
+            if (!filled) {
+                start = i;
+                filled = true;
             }
-            continue;
-        }
-        if (mode == inObject || mode == inArray) {
-            take(i);
-            char open = mode == inObject ? '{' : '[';
-            char close = mode == inObject ? '}' : ']';
-            if (c == '"') {
-                mode += inString;
-            } else if (c == open) {
-                openCount++;
-            } else if (c == close && --openCount == 0) {
-                emit(i + 1);
-                mode = top;
-            }
-            continue;
-        }
-        switch (c) {
-            case ' ':
-                emit(i);
-                break;
-            case ':':
-                emit(i);
-                out.push_back({kColon, 1});
-                break;
-            case '"':
-            case '[':
-            case '{':
-                emit(i);
-                take(i);
-                mode = c == '"' ? inString + top : c == '[' ? inArray : inObject;
-                openCount = 1;
-                break;
-            default:
-                take(i);
+            i += c == '\\' ? 2 : 1;
         }
     }
     emit(n);
@@ -124,12 +133,20 @@ bool braced(const char* s, size_t n, char open, char close) {
     return depth == 0;
 }
 
+// isBraceString on a token, trusting the tokenizer for groups it closed.
+bool braced(const token& t, char open, char close) {
+    if (t.closed) {
+        return t.s[0] == open;
+    }
+    return braced(t.s, t.n, open, close);
+}
+
 bool quoted(const token& t) { return t.s[0] == '"' && t.last() == '"'; }
 
 // One pair of surrounding double quotes removed (the parser's only use of removeBrace).
 token unquote(const token& t) {
     if (t.n >= 2 && quoted(t)) {
-        return {t.s + 1, t.n - 2};
+        return {t.s + 1, t.n - 2, false};
     }
     return t;
 }
@@ -145,6 +162,11 @@ unsigned int hexValue(const char* s, size_t n) {
 // Decodes the escapes of s[0, n) into out (which has room for n + 1 bytes) and terminates it.
 // A decoded zero byte ends the text there, as it would for any C text.
 void unescape(const char* s, size_t n, char* out) {
+    if (!memchr(s, '\\', n)) {
+        memcpy(out, s, n);
+        out[n] = 0;
+        return;
+    }
     size_t o = 0;
     bool inQuote = false;
     for (size_t i = 0; i < n; i++) {
@@ -197,12 +219,7 @@ void unescape(const char* s, size_t n, char* out) {
 
 char* unescapeToNew(const char* s, size_t n) {
     char* out = new char[n + 1];
-    if (!memchr(s, '\\', n)) {
-        memcpy(out, s, n);
-        out[n] = 0;
-    } else {
-        unescape(s, n, out);
-    }
+    unescape(s, n, out);
     return out;
 }
 
@@ -240,7 +257,9 @@ size_t clean(const char* s, size_t n, char* out) {
 // are dropped so that hostile input cannot exhaust the stack.
 class jsonParser {
 public:
-    std::vector<token> tokens;
+    explicit jsonParser(std::vector<token>& stack) : tokens(stack) {}
+
+    std::vector<token>& tokens;
 
     void object(json* j, size_t first, size_t end, int depth) {
         int mode = 0;  // 0 expecting a key, 1 expecting a value
@@ -250,7 +269,7 @@ public:
             if (skipped(t)) {
                 continue;
             }
-            int subMode = braced(t.s, t.n, '{', '}') ? 1 : braced(t.s, t.n, '[', ']') ? 2 : 0;
+            int subMode = braced(t, '{', '}') ? 1 : braced(t, '[', ']') ? 2 : 0;
             if (subMode != 0) {
                 if (depth >= json::kMaxDepth) {
                     continue;
@@ -283,9 +302,9 @@ public:
                 mode = 0;
             } else {
                 token text = unquote(t);
-                char* key = unescapeToNew(text.s, text.n);
-                nameHere = key;
-                delete[] key;
+                nameHere.resize(text.n + 1);
+                unescape(text.s, text.n, &nameHere[0]);
+                nameHere.resize(strlen(nameHere.c_str()));
                 mode = 1;
             }
         }
@@ -297,11 +316,11 @@ public:
             if (skipped(t) || depth >= json::kMaxDepth) {
                 continue;
             }
-            if (braced(t.s, t.n, '{', '}')) {
+            if (braced(t, '{', '}')) {
                 json* child = new json();
                 inside(t, [&](size_t a2, size_t b2) { object(child, a2, b2, depth + 1); });
                 a->add(child);
-            } else if (braced(t.s, t.n, '[', ']')) {
+            } else if (braced(t, '[', ']')) {
                 json::array* child = new json::array();
                 inside(t, [&](size_t a2, size_t b2) { array(child, a2, b2, depth + 1); });
                 a->add(child);
@@ -350,12 +369,20 @@ bool json::generate(const char* str) {
         latestWrongPacket = str;
         return false;
     }
-    char* cleaned = new char[to - from + 1];
-    size_t n = clean(str + from, to - from, cleaned);
-    jsonParser parser;
-    cutTokens(cleaned, n, parser.tokens);
-    parser.object(this, 0, parser.tokens.size(), 0);
-    delete[] cleaned;
+    // The cleaned text and the token stack are kept per thread between parses, so a small
+    // document costs no allocation for them; room beyond a large document's is given back.
+    static thread_local std::string cleaned;
+    static thread_local std::vector<token> stack;
+    cleaned.resize(to - from + 1);
+    size_t n = clean(str + from, to - from, &cleaned[0]);
+    jsonParser parser(stack);
+    cutTokens(cleaned.data(), n, stack);
+    parser.object(this, 0, stack.size(), 0);
+    stack.clear();
+    if (cleaned.capacity() > kKeptBuffer) {
+        std::string().swap(cleaned);
+        std::vector<token>().swap(stack);
+    }
     return true;
 }
 
@@ -400,13 +427,14 @@ strArr* json::getTokens(const char* str) {
 static void loadTokens(jsonParser& parser, strArr* tokens) {
     for (size_t i = 0; i < tokens->length; i++) {
         const char* t = (*tokens)[i];
-        parser.tokens.push_back({t ? t : "", t ? strlen(t) : 0});
+        parser.tokens.push_back({t ? t : "", t ? strlen(t) : 0, false});
     }
 }
 
 json* json::subProcess(json* j, strArr* tokens) {
     if (tokens && j) {
-        jsonParser parser;
+        std::vector<token> stack;
+        jsonParser parser(stack);
         loadTokens(parser, tokens);
         parser.object(j, 0, parser.tokens.size(), 0);
     }
@@ -415,7 +443,8 @@ json* json::subProcess(json* j, strArr* tokens) {
 
 json::array* json::subProcess(array* a, strArr* tokens) {
     if (tokens && a) {
-        jsonParser parser;
+        std::vector<token> stack;
+        jsonParser parser(stack);
         loadTokens(parser, tokens);
         parser.array(a, 0, parser.tokens.size(), 0);
     }
