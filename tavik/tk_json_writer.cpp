@@ -9,11 +9,21 @@
 namespace tavik {
 
 // A growing text buffer whose result is handed to the scratch pool. It doubles its room,
-// so a large document is written in linear time.
+// so a large document is written in linear time, and getDoc keeps one per thread between
+// calls, so that writing a large document again does not grow a fresh buffer.
 class jsonWriter {
 public:
     jsonWriter() : _buf(new char[1024]), _len(0), _cap(1024) {}
     ~jsonWriter() { delete[] _buf; }
+
+    void clear() {
+        _len = 0;
+        if (_cap > kKept) {
+            delete[] _buf;
+            _buf = new char[1024];
+            _cap = 1024;
+        }
+    }
 
     void put(char c) {
         room(1);
@@ -41,24 +51,27 @@ public:
         if (!s) {
             return;
         }
-        const char* run = s;
-        for (; *s; s++) {
-            const char* rep = nullptr;
-            switch (*s) {
-                case '\n': rep = "\\n"; break;
-                case '\t': rep = "\\t"; break;
-                case '\r': rep = "\\r"; break;
-                case '\\': rep = "\\\\"; break;
-                case '"': rep = quoteToo ? "\\\\\"" : nullptr; break;
-                default: break;
-            }
-            if (rep) {
-                put(run, static_cast<size_t>(s - run));
-                put(rep);
-                run = s + 1;
+        size_t n = strlen(s);
+        room(3 * n);
+        char* d = _buf + _len;
+        for (size_t i = 0; i < n; i++) {
+            char c = s[i];
+            switch (c) {
+                case '\n': *d++ = '\\'; *d++ = 'n'; break;
+                case '\t': *d++ = '\\'; *d++ = 't'; break;
+                case '\r': *d++ = '\\'; *d++ = 'r'; break;
+                case '\\': *d++ = '\\'; *d++ = '\\'; break;
+                case '"':
+                    if (quoteToo) {
+                        *d++ = '\\';
+                        *d++ = '\\';
+                    }
+                    *d++ = '"';
+                    break;
+                default: *d++ = c;
             }
         }
-        put(run, static_cast<size_t>(s - run));
+        _len = static_cast<size_t>(d - _buf);
     }
     const char* text() const { return _buf; }
 
@@ -73,8 +86,17 @@ public:
         _buf = nullptr;
         return g_rav[out];
     }
+    // A copy of the text, handed to the scratch pool; the buffer stays.
+    char* copyToScratch() {
+        char* out = new char[_len + 1];
+        memcpy(out, _buf, _len);
+        out[_len] = 0;
+        return g_rav[out];
+    }
 
 private:
+    static const size_t kKept = 1 << 22;
+
     void room(size_t n) {
         if (_len + n <= _cap) {
             return;
@@ -155,9 +177,10 @@ void jsonWriter::element(jsonObject* node) {
 }
 
 char* json::getDoc() {
-    jsonWriter out;
+    static thread_local jsonWriter out;
+    out.clear();
     out.element(this);
-    return out.toScratch();
+    return out.copyToScratch();
 }
 
 char* json::getSafeDoubleQuotation(const char* value) {
