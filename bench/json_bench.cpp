@@ -45,7 +45,9 @@ void label(benchmark::State& state, size_t bytes) {
 // Scratch results are freed by the pool once a thousand more have been made; dropping the
 // thread's slot after each write frees each result right away, as the peers free theirs,
 // instead of piling up a thousand large documents.
-void releaseScratch() { tavik::g_rav.removeThreadSlot(); }
+void releaseScratch() {
+    tavik::g_rav.removeThreadSlot();
+}
 
 void TavikParse(benchmark::State& state) {
     const std::string& text = payload(static_cast<int>(state.range(0)));

@@ -27,7 +27,9 @@ jsonObject::jsonObject(double v) : p(newFormatString("%f", v)), oType(jotValue) 
 
 jsonObject::jsonObject(bool v) : p(newString(v ? "true" : "false")), oType(jotValue) {}
 
-jsonObject::~jsonObject() { delete[] p; }
+jsonObject::~jsonObject() {
+    delete[] p;
+}
 
 // ---- arrays ----
 
@@ -39,9 +41,13 @@ json::array::~array() {
     objList.removeAll();
 }
 
-void json::array::remove(jsonObject* node) { objList.removeData(node); }
+void json::array::remove(jsonObject* node) {
+    objList.removeData(node);
+}
 
-jsonObject* json::array::getAt(unsigned long index) { return objList.getAt(index); }
+jsonObject* json::array::getAt(unsigned long index) {
+    return objList.getAt(index);
+}
 
 json* json::array::getJson(unsigned long index) {
     jsonObject* node = getAt(index);
@@ -55,11 +61,17 @@ json::array* json::array::getArray(unsigned long index) {
 
 // ---- objects ----
 
-json::json() { p = nullptr; }
+json::json() {
+    p = nullptr;
+}
 
-json::json(const char* text) : json() { generate(text); }
+json::json(const char* text) : json() {
+    generate(text);
+}
 
-json::~json() { reset(); }
+json::~json() {
+    reset();
+}
 
 void json::reset() {
     keyTable.removeAll();
@@ -67,7 +79,9 @@ void json::reset() {
     _removedKeys.removeAll();
 }
 
-char* json::getKey(unsigned long index) { return keyTable.getAt(index); }
+char* json::getKey(unsigned long index) {
+    return keyTable.getAt(index);
+}
 
 strArr* json::getKeyArray() {
     strArr* keys = new strArr(keyTable.getCount());
@@ -144,11 +158,21 @@ void json::add(const char* key, jsonObject* node) {
     _adopt(newString(key), node);
 }
 
-void json::add(const char* key, const char* value) { add(key, new jsonObject(value, false)); }
-void json::add(const char* key, long value) { add(key, new jsonObject(value)); }
-void json::add(const char* key, long long value) { add(key, new jsonObject(value)); }
-void json::add(const char* key, double value) { add(key, new jsonObject(value)); }
-void json::add(const char* key, bool value) { add(key, new jsonObject(value)); }
+void json::add(const char* key, const char* value) {
+    add(key, new jsonObject(value, false));
+}
+void json::add(const char* key, long value) {
+    add(key, new jsonObject(value));
+}
+void json::add(const char* key, long long value) {
+    add(key, new jsonObject(value));
+}
+void json::add(const char* key, double value) {
+    add(key, new jsonObject(value));
+}
+void json::add(const char* key, bool value) {
+    add(key, new jsonObject(value));
+}
 
 void json::remove(const char* key) {
     auto* record = key ? props.search(const_cast<char*>(key)) : nullptr;

@@ -55,8 +55,8 @@ public:
     // ahead would make a 1 MB document take hundreds of MB) and doubles as it fills.
     typedef hash<char*, jsonObject*, true, true, false, 8> memberMap;
 
-    memberMap props;        // key -> node; owns both
-    list<char*> keyTable;   // the keys of props in first-insertion order; does not own them
+    memberMap props;           // key -> node; owns both
+    list<char*> keyTable;      // the keys of props in first-insertion order; does not own them
     string latestWrongPacket;  // the text last rejected by generate
     static int displayAllDetails;
 

@@ -141,7 +141,9 @@ bool braced(const token& t, char open, char close) {
     return braced(t.s, t.n, open, close);
 }
 
-bool quoted(const token& t) { return t.s[0] == '"' && t.last() == '"'; }
+bool quoted(const token& t) {
+    return t.s[0] == '"' && t.last() == '"';
+}
 
 // One pair of surrounding double quotes removed (the parser's only use of removeBrace).
 token unquote(const token& t) {
@@ -424,31 +426,26 @@ strArr* json::getTokens(const char* str) {
 }
 
 // The strArr variants run the same walk over tokens given from outside.
-static void loadTokens(jsonParser& parser, strArr* tokens) {
-    for (size_t i = 0; i < tokens->length; i++) {
-        const char* t = (*tokens)[i];
-        parser.tokens.push_back({t ? t : "", t ? strlen(t) : 0, false});
+template <typename Node, typename Walk>
+static Node* walkGiven(Node* node, strArr* tokens, Walk walk) {
+    if (tokens && node) {
+        std::vector<token> stack;
+        for (size_t i = 0; i < tokens->length; i++) {
+            const char* t = (*tokens)[i];
+            stack.push_back({t ? t : "", t ? strlen(t) : 0, false});
+        }
+        jsonParser parser(stack);
+        walk(parser, node, stack.size());
     }
+    return node;
 }
 
 json* json::subProcess(json* j, strArr* tokens) {
-    if (tokens && j) {
-        std::vector<token> stack;
-        jsonParser parser(stack);
-        loadTokens(parser, tokens);
-        parser.object(j, 0, parser.tokens.size(), 0);
-    }
-    return j;
+    return walkGiven(j, tokens, [](jsonParser& p, json* n, size_t end) { p.object(n, 0, end, 0); });
 }
 
 json::array* json::subProcess(array* a, strArr* tokens) {
-    if (tokens && a) {
-        std::vector<token> stack;
-        jsonParser parser(stack);
-        loadTokens(parser, tokens);
-        parser.array(a, 0, parser.tokens.size(), 0);
-    }
-    return a;
+    return walkGiven(a, tokens, [](jsonParser& p, array* n, size_t end) { p.array(n, 0, end, 0); });
 }
 
 bool json::isBraceString(const char* str, char open, char close) {

@@ -56,20 +56,17 @@ public:
         char* d = _buf + _len;
         for (size_t i = 0; i < n; i++) {
             char c = s[i];
-            switch (c) {
-                case '\n': *d++ = '\\'; *d++ = 'n'; break;
-                case '\t': *d++ = '\\'; *d++ = 't'; break;
-                case '\r': *d++ = '\\'; *d++ = 'r'; break;
-                case '\\': *d++ = '\\'; *d++ = '\\'; break;
-                case '"':
-                    if (quoteToo) {
-                        *d++ = '\\';
-                        *d++ = '\\';
-                    }
-                    *d++ = '"';
-                    break;
-                default: *d++ = c;
+            char e = c == '\n' ? 'n' : c == '\t' ? 't' : c == '\r' ? 'r' : c == '\\' ? '\\' : 0;
+            if (e) {
+                *d++ = '\\';
+                *d++ = e;
+                continue;
             }
+            if (c == '"' && quoteToo) {
+                *d++ = '\\';
+                *d++ = '\\';
+            }
+            *d++ = c;
         }
         _len = static_cast<size_t>(d - _buf);
     }

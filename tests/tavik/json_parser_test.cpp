@@ -93,8 +93,9 @@ TEST(JsonParser, RejectsTextThatDoesNotOpenWithABrace) {
 }
 
 TEST(JsonParser, EscapesDecode) {
-    json j("{\"t\":\"a\\tb\",\"q\":\"say \\\"hi\\\"\",\"x\":\"\\x41 b\",\"u\":\"\\u0041\\u4142\","
-           "\"s\":\"\\\\ \\/ \\n\\z\"}");
+    json j(
+        "{\"t\":\"a\\tb\",\"q\":\"say \\\"hi\\\"\",\"x\":\"\\x41 b\",\"u\":\"\\u0041\\u4142\","
+        "\"s\":\"\\\\ \\/ \\n\\z\"}");
     EXPECT_STREQ("a\tb", j.get("t", nullptr));
     EXPECT_STREQ("say \"hi\"", j.get("q", nullptr));
     EXPECT_STREQ("A b", j.get("x", nullptr));
@@ -110,8 +111,9 @@ TEST(JsonParser, EscapesDecode) {
 
 TEST(JsonParser, EscapesAtTheVeryEndNeverReadPastTheText) {
     json j;
-    const char* cases[][2] = {{"a\\", "a"}, {"a\\u", "a"}, {"a\\u4", "a\x04"},
-                              {"a\\u414", "a\x14\x04"}, {"\\x", ""}, {"\\x4", "\x04"}};
+    const char* cases[][2] = {{"a\\", "a"},       {"a\\u", "a"},
+                              {"a\\u4", "a\x04"}, {"a\\u414", "a\x14\x04"},
+                              {"\\x", ""},        {"\\x4", "\x04"}};
     for (auto& c : cases) {
         exactText in(c[0]);
         std::unique_ptr<char[]> out(j.applyEscape(in.p));
@@ -120,7 +122,8 @@ TEST(JsonParser, EscapesAtTheVeryEndNeverReadPastTheText) {
     exactText trailing("{\"a\":\"b\\");
     std::unique_ptr<char[]> cleaned(j.removeGabage(trailing.p));
     EXPECT_STREQ(trailing.p, cleaned.get());
-    for (const char* text : {"{\"a\":\"b\\", "{\"a\":\"\\u", "{\"a\":[{", "{\"a\":{\"b\":", "{\\"}) {
+    for (const char* text :
+         {"{\"a\":\"b\\", "{\"a\":\"\\u", "{\"a\":[{", "{\"a\":{\"b\":", "{\\"}) {
         exactText in(text);
         j.generate(in.p);
     }

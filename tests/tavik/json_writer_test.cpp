@@ -63,15 +63,16 @@ TEST(JsonWriter, KeysWithoutNodeAndElementsOfOtherKinds) {
     arr->add(nullptr);
     j.add("l", arr);
     EXPECT_STREQ("{\"gone\":null,\"n\":null,\"l\":[{},[{}],\"s\",2,null]}", j.getDoc());
-    EXPECT_STREQ("\tgone:null\r\n\tn:null\r\n\tl:array\r\n\t\t[0]\r\n\t\t[1]\r\n\t\t[2]\r\n"
-                 "\t\t[3]\r\n\t\t[4]\r\n",
-                 j.getDisplay());
+    EXPECT_STREQ(
+        "\tgone:null\r\n\tn:null\r\n\tl:array\r\n\t\t[0]\r\n\t\t[1]\r\n\t\t[2]\r\n"
+        "\t\t[3]\r\n\t\t[4]\r\n",
+        j.getDisplay());
 }
 
 TEST(JsonWriter, DisplayListsStringsObjectsAndArrays) {
     json j(kDoc);
-    std::string full = std::string(kTopLines) + kObjectContents + kArrayLines + kArrayContents +
-                       kNullLine;
+    std::string full =
+        std::string(kTopLines) + kObjectContents + kArrayLines + kArrayContents + kNullLine;
     EXPECT_EQ(full, j.getDisplay());
     std::string top = std::string(kTopLines) + kArrayLines + kNullLine;
     json::setDisplayAllDetail(0);
