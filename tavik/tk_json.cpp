@@ -112,7 +112,8 @@ json::memberMap::hashData* json::_record(const char* key) {
     // more than the comparisons saved.
     if (props.count <= kScanLimit) {
         for (size_t i = 0; i < props.count; i++) {
-            if (strcmp(props._data[i].key, key) == 0) {
+            const char* stored = props._data[i].key;
+            if (stored[0] == key[0] && strcmp(stored, key) == 0) {
                 return &props._data[i];
             }
         }
