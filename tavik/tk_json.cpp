@@ -1,0 +1,319 @@
+// Nodes of a JSON document: construction, members, arrays and the typed and path reads.
+#include "tavik/tk_json.h"
+
+#include <stdlib.h>
+#include <string.h>
+
+#include <algorithm>
+
+#include "tavik/tk_common.h"
+
+namespace tavik {
+
+int json::displayAllDetails = 0;
+
+// ---- scalar nodes ----
+
+jsonObject::jsonObject() : p(nullptr), oType(jotString) {}
+
+jsonObject::jsonObject(const char* str, bool isValue)
+    : p(newString(str)), oType(isValue ? jotValue : jotString) {}
+
+jsonObject::jsonObject(long v) : p(newFormatString("%ld", v)), oType(jotValue) {}
+
+jsonObject::jsonObject(long long v) : p(newFormatString("%lld", v)), oType(jotValue) {}
+
+jsonObject::jsonObject(double v) : p(newFormatString("%f", v)), oType(jotValue) {}
+
+jsonObject::jsonObject(bool v) : p(newString(v ? "true" : "false")), oType(jotValue) {}
+
+jsonObject::~jsonObject() {
+    delete[] p;
+}
+
+// ---- arrays ----
+
+json::array::~array() {
+    auto pos = objList.getHeadPosition();
+    while (pos) {
+        delete objList.getNext(&pos);
+    }
+    objList.removeAll();
+}
+
+void json::array::remove(jsonObject* node) {
+    objList.removeData(node);
+}
+
+jsonObject* json::array::getAt(unsigned long index) {
+    return objList.getAt(index);
+}
+
+json* json::array::getJson(unsigned long index) {
+    jsonObject* node = getAt(index);
+    return node && node->objType() == jotObject ? static_cast<json*>(node) : nullptr;
+}
+
+json::array* json::array::getArray(unsigned long index) {
+    jsonObject* node = getAt(index);
+    return node && node->objType() == jotArray ? static_cast<array*>(node) : nullptr;
+}
+
+// ---- objects ----
+
+json::json() {
+    p = nullptr;
+}
+
+json::json(const char* text) : json() {
+    generate(text);
+}
+
+json::~json() {
+    reset();
+}
+
+void json::reset() {
+    keyTable.removeAll();
+    props.removeAll();
+    _removedKeys.removeAll();
+}
+
+char* json::getKey(unsigned long index) {
+    return keyTable.getAt(index);
+}
+
+strArr* json::getKeyArray() {
+    strArr* keys = new strArr(keyTable.getCount());
+    size_t i = 0;
+    auto pos = keyTable.getHeadPosition();
+    while (pos) {
+        keys->ref(i++) = keyTable.getNext(&pos);
+    }
+    return keys;
+}
+
+strArr* json::getValueArray() {
+    strArr* values = new strArr(keyTable.getCount());
+    size_t i = 0;
+    auto pos = keyTable.getHeadPosition();
+    while (pos) {
+        jsonObject* node = _member(keyTable.getNext(&pos), nullptr);
+        if (node && node->p) {
+            values->ref(i) = node->p;
+        }
+        i++;
+    }
+    return values;
+}
+
+json::memberMap::hashData* json::_record(const char* key) {
+    // A small map is scanned as it stands: sorting it after every new member would cost
+    // more than the comparisons saved.
+    if (props.count <= kScanLimit) {
+        for (size_t i = 0; i < props.count; i++) {
+            const char* stored = props._data[i].key;
+            if (stored[0] == key[0] && strcmp(stored, key) == 0) {
+                return &props._data[i];
+            }
+        }
+        return nullptr;
+    }
+    return props.search(const_cast<char*>(key));
+}
+
+jsonObject* json::_member(const char* key, bool* found) {
+    auto* record = key ? props.search(const_cast<char*>(key)) : nullptr;
+    if (found) {
+        *found = record != nullptr;
+    }
+    return record ? record->value : nullptr;
+}
+
+void json::_adopt(char* key, jsonObject* node) {
+    if (props.count + 1 >= props._size) {
+        // Doubling keeps a large object from copying its records every few members.
+        size_t size = props._size * 2;
+        auto* grown = new memberMap::hashData[size]();
+        std::copy(props._data, props._data + props.count, grown);
+        delete[] props._data;
+        props._data = grown;
+        props._size = size;
+    }
+    props.put(key, node);
+    keyTable.addTail(key);
+}
+
+void json::add(const char* key, jsonObject* node) {
+    if (!key) {
+        delete node;
+        return;
+    }
+    auto* record = _record(key);
+    if (record) {
+        // Replaced in place: the stored key, and so its position, stays.
+        delete record->value;
+        record->value = node;
+        return;
+    }
+    _adopt(newString(key), node);
+}
+
+void json::add(const char* key, const char* value) {
+    add(key, new jsonObject(value, false));
+}
+void json::add(const char* key, long value) {
+    add(key, new jsonObject(value));
+}
+void json::add(const char* key, long long value) {
+    add(key, new jsonObject(value));
+}
+void json::add(const char* key, double value) {
+    add(key, new jsonObject(value));
+}
+void json::add(const char* key, bool value) {
+    add(key, new jsonObject(value));
+}
+
+void json::remove(const char* key) {
+    auto* record = key ? props.search(const_cast<char*>(key)) : nullptr;
+    if (!record) {
+        return;
+    }
+    // props frees its key text, but keyTable keeps listing the key: point its entries at a
+    // copy that this object frees on reset.
+    char* stored = record->key;
+    char* kept = newString(stored);
+    _removedKeys.add(kept);
+    for (listitem* item = keyTable.itemHead; item; item = item->next) {
+        if (item->pData == stored) {
+            item->pData = kept;
+        }
+    }
+    props.remove(kept);
+}
+
+// ---- reads ----
+
+json* json::getSubset(const char* key) {
+    jsonObject* node = _member(key, nullptr);
+    return node && node->objType() == jotObject ? static_cast<json*>(node) : nullptr;
+}
+
+json::array* json::getSubArray(const char* key) {
+    jsonObject* node = _member(key, nullptr);
+    return node && node->objType() == jotArray ? static_cast<array*>(node) : nullptr;
+}
+
+// Bracketed path step "name[n]" (or just "name", taken as element 0) from cursor.
+static json* elementStep(json* cursor, const char* part) {
+    const char* bracket = strchr(part, '[');
+    if (!bracket) {
+        json::array* arr = cursor->getSubArray(part);
+        return arr ? arr->getJson(0) : nullptr;
+    }
+    string name(part, static_cast<unsigned int>(bracket - part));
+    json::array* arr = cursor->getSubArray(name.get());
+    int index = atoi(bracket + 1);
+    return arr && index >= 0 ? arr->getJson(static_cast<unsigned long>(index)) : nullptr;
+}
+
+jsonObject* json::_pathNode(const char* key, bool* found, bool* brokenIndex) {
+    *found = false;
+    *brokenIndex = false;
+    if (!strchr(key, ':')) {
+        return _member(key, found);
+    }
+    string path(key);
+    smartPtr<strArr> parts(path.split(":"));
+    json* cursor = this;
+    for (size_t i = 0; i < parts->length; i++) {
+        const char* part = (*parts)[i];
+        if (i + 1 == parts->length) {
+            return cursor->_member(part, found);
+        }
+        if (strchr(part, '[')) {
+            cursor = elementStep(cursor, part);
+            *brokenIndex = cursor == nullptr;
+        } else {
+            cursor = cursor->getSubset(part);
+        }
+        if (!cursor) {
+            return nullptr;
+        }
+    }
+    return nullptr;
+}
+
+char* json::get(const char* key, const char* defaultValue) {
+    if (!key) {
+        return const_cast<char*>(defaultValue);
+    }
+    bool found, brokenIndex;
+    jsonObject* node = _pathNode(key, &found, &brokenIndex);
+    if (brokenIndex) {
+        return nullptr;
+    }
+    return found && node ? node->p : const_cast<char*>(defaultValue);
+}
+
+int json::getInt(const char* key, int def) {
+    const char* text = get(key, nullptr);
+    return text ? atoi(text) : def;
+}
+
+long json::getLong(const char* key, long def) {
+    const char* text = get(key, nullptr);
+    return text ? atol(text) : def;
+}
+
+long long json::getLongLong(const char* key, long long def) {
+    const char* text = get(key, nullptr);
+    return text ? strtoll(text, nullptr, 10) : def;
+}
+
+double json::getDouble(const char* key, double def) {
+    const char* text = get(key, nullptr);
+    return text ? atof(text) : def;
+}
+
+bool json::getBool(const char* key, bool def) {
+    const char* text = get(key, nullptr);
+    return text ? strcmp(text, "true") == 0 : def;
+}
+
+unsigned long json::getArraySize(const char* key) {
+    if (!key) {
+        return 0;
+    }
+    bool found, brokenIndex;
+    jsonObject* node = _pathNode(key, &found, &brokenIndex);
+    return node && node->objType() == jotArray ? static_cast<array*>(node)->size() : 0;
+}
+
+json* json::getSubset(const char* arrayKey, int index) {
+    if (!arrayKey) {
+        return nullptr;
+    }
+    if (!strchr(arrayKey, ':')) {
+        array* arr = getSubArray(arrayKey);
+        return arr && index >= 0 ? arr->getJson(static_cast<unsigned long>(index)) : nullptr;
+    }
+    string path(arrayKey);
+    smartPtr<strArr> parts(path.split(":"));
+    json* cursor = this;
+    for (size_t i = 0; i < parts->length; i++) {
+        const char* part = (*parts)[i];
+        if (i + 1 == parts->length) {
+            array* arr = cursor->getSubArray(part);
+            return arr ? arr->getJson(i) : nullptr;
+        }
+        cursor = part[0] == 0x01 ? cursor->getSubset(part) : elementStep(cursor, part);
+        if (!cursor) {
+            return nullptr;
+        }
+    }
+    return nullptr;
+}
+
+}  // namespace tavik
