@@ -1,0 +1,273 @@
+// The library's IPv4 TCP client connection (socks): resolve, connect (blocking or with a time
+// limit), send, wait for data and receive. Results are counts or the negative codes below.
+// send() and recv() may run at the same time on two threads (each direction has its own lock),
+// and disconnect() may be called while another thread waits in recv(): it wakes that wait
+// at once. connect() must not race with other calls on the same object.
+#ifndef TAVIK_TK_SOCKET_H
+#define TAVIK_TK_SOCKET_H
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <netdb.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+
+#include "tavik/tk_common.h"
+#include "tavik/tk_log.h"
+#include "tavik/tk_mutex.h"
+#include "tavik/tk_string.h"
+
+namespace tavik {
+
+// Empty tag type with which the library's templates are instantiated.
+struct nullType {};
+
+typedef int SOCKET;
+
+// No socket: never connected, or disconnected.
+const int sErrDisconnected = -1;
+// Nothing arrived within the time limit.
+const int sErrTimeout = -5;
+
+template <class T>
+class _tempSock {
+public:
+    _tempSock() : connected(false), _sock(0), servicePort(0) { memset(&addr, 0, sizeof addr); }
+
+    _tempSock(const _tempSock&) = delete;
+    _tempSock& operator=(const _tempSock&) = delete;
+
+    virtual ~_tempSock() { disconnect(); }
+
+    // Blocking connect to host (dotted IPv4, a name, or null for 127.0.0.1). Returns 1 when
+    // connected, 0 on failure; throws "socket has failed to init" when no socket can be made.
+    // An object that is still connected is closed and the call fails: disconnect first.
+    virtual int connect(const char* host, unsigned int port) {
+        bool wasConnected = connected;
+        disconnect();  // also closes the descriptor of an earlier failed attempt
+        if (!wasConnected) {
+            SOCKET fd = ::socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);
+            if (fd == -1) {
+                throw "socket has failed to init";
+            }
+            _sock = fd;
+        }
+        _remember(host, port);
+        if (!_resolve(host, port) || wasConnected) {
+            return 0;
+        }
+        if (::connect(_sock, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0) {
+            return 0;
+        }
+        connected = true;
+        return 1;
+    }
+
+    // Connect that gives up after sec seconds plus usec MICROseconds. A refused or failed
+    // attempt writes a warning through the library logger and returns 0. An attempt still
+    // pending when the limit passes counts as connected (1): the first send or recv then
+    // reports the real state. A still-connected object is closed and the call fails.
+    virtual int connect(const char* host, unsigned int port, long sec, long usec) {
+        bool wasConnected = connected;
+        disconnect();
+        if (!wasConnected) {
+            SOCKET fd = ::socket(AF_INET, SOCK_STREAM, 0);
+            if (fd == -1) {
+                _warnConnectFailed(host, port, errno);
+                return 0;
+            }
+            _sock = fd;
+            fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) | O_NONBLOCK);
+        }
+        _remember(host, port);
+        if (!_resolve(host, port)) {
+            return 0;
+        }
+        if (wasConnected) {
+            _warnConnectFailed(host, port, EISCONN);
+            return 0;
+        }
+        SOCKET fd = _sock;
+        if (::connect(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr) < 0) {
+            if (errno != EINPROGRESS) {
+                int err = errno;
+                int soErr = _socketError(fd);
+                _warnConnectFailed(host, port, soErr != 0 ? soErr : err);
+                return 0;
+            }
+            if (_waitForWrite(fd, sec, usec) > 0) {
+                int soErr = _socketError(fd);
+                if (soErr != 0) {
+                    _warnConnectFailed(host, port, soErr);
+                    return 0;
+                }
+            }
+        }
+        fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) & ~O_NONBLOCK);
+        connected = true;
+        return 1;
+    }
+
+    // Sends with one send call and returns its result; len 0 sends strlen(buf) bytes.
+    // Returns -1 without a socket. A connection reset by the peer gives -1, never SIGPIPE.
+    ssize_t send(const char* buf, size_t len) {
+        if (_sock < 1) {
+            return sErrDisconnected;
+        }
+        _objBlocking guard(&mtxSend);
+        SOCKET fd = _sock;
+        if (fd < 1) {
+            return sErrDisconnected;
+        }
+        if (len == 0 && buf != nullptr) {
+            len = strlen(buf);
+        }
+        return ::send(fd, buf, len, MSG_NOSIGNAL);
+    }
+
+    // Waits up to sec seconds plus msec MILLIseconds for data, then reads once. Returns the
+    // count read, 0 when the peer closed, -1 without a socket, -5 when nothing arrived in time.
+    ssize_t recv(char* buf, unsigned int len, long sec, long msec) {
+        if (_sock < 1) {
+            return sErrDisconnected;
+        }
+        _objBlocking guard(&mtxRecv);
+        SOCKET fd = _sock;
+        if (fd < 1) {
+            return sErrDisconnected;
+        }
+        if (_waitForRead(fd, sec, msec) == 0) {
+            return sErrTimeout;
+        }
+        return ::recv(fd, buf, len, 0);
+    }
+
+    // Waits up to sec seconds plus msec milliseconds for data: positive when readable, 0 on
+    // time-out or without a socket, -1 on error. Shares the receive lock with recv().
+    int waitForRead(long sec, long msec) {
+        if (_sock < 1) {
+            return 0;
+        }
+        _objBlocking guard(&mtxRecv);
+        return _waitForRead(_sock, sec, msec);
+    }
+
+    // Closes the socket; a receive wait in progress on another thread returns at once. Waits
+    // for a send in progress to finish, so that no call uses a descriptor after it is closed.
+    void disconnect() {
+        _objBlocking state(&mtxState);
+        SOCKET fd = _sock;
+        if (fd != 0) {
+            // Ends a pending wait in recv() (it reads end-of-stream) so that its lock frees.
+            shutdown(fd, SHUT_RD);
+            _objBlocking receiving(&mtxRecv);
+            _objBlocking sending(&mtxSend);
+            close(fd);
+            _sock = 0;
+        }
+        connected = false;
+    }
+
+    mutex mtxRecv;
+    mutex mtxSend;
+    std::atomic<bool> connected;
+    sockaddr_in addr;
+    std::atomic<SOCKET> _sock;
+    smartPtr<char> serviceAddr;
+    unsigned int servicePort;
+    string broadcastingLocalAddress;
+
+protected:
+    // poll() rather than select(): a descriptor number at or above FD_SETSIZE is valid here.
+    static int _waitForRead(SOCKET fd, long sec, long msec) {
+        if (fd < 1) {
+            return 0;
+        }
+        return _poll(fd, POLLIN, sec, msec * 1000);
+    }
+
+    static int _waitForWrite(SOCKET fd, long sec, long usec) { return _poll(fd, POLLOUT, sec, usec); }
+
+    // Waits for events on fd with a limit of sec seconds plus usec microseconds; a negative
+    // limit is an error (-1, EINVAL) as it is for select().
+    static int _poll(SOCKET fd, short events, long sec, long usec) {
+        long long total = static_cast<long long>(sec) * 1000000 + usec;
+        if (sec < 0 || total < 0) {
+            errno = EINVAL;
+            return -1;
+        }
+        timespec limit;
+        limit.tv_sec = static_cast<time_t>(total / 1000000);
+        limit.tv_nsec = static_cast<long>(total % 1000000) * 1000;
+        pollfd p = {fd, events, 0};
+        return ppoll(&p, 1, &limit, nullptr);
+    }
+
+    static int _socketError(SOCKET fd) {
+        int err = 0;
+        socklen_t len = sizeof err;
+        if (getsockopt(fd, SOL_SOCKET, SO_ERROR, &err, &len) != 0) {
+            return errno;
+        }
+        return err;
+    }
+
+    void _remember(const char* host, unsigned int port) {
+        if (host != nullptr) {
+            serviceAddr = newString(host);
+        }
+        servicePort = port;
+    }
+
+    // Fills addr: null is 127.0.0.1, a leading digit means dotted IPv4 (taken as it is),
+    // anything else is a name looked up for its first IPv4 address. False when that fails.
+    bool _resolve(const char* host, unsigned int port) {
+        addr.sin_family = AF_INET;
+        if (host == nullptr) {
+            addr.sin_addr.s_addr = inet_addr("127.0.0.1");
+        } else if (*host >= '0' && *host <= '9') {
+            addr.sin_addr.s_addr = inet_addr(host);
+        } else {
+            hostent entry;
+            hostent* found = nullptr;
+            char work[2048];
+            int herr = 0;
+            if (gethostbyname_r(host, &entry, work, sizeof work, &found, &herr) != 0 ||
+                found == nullptr || found->h_addr_list[0] == nullptr) {
+                return false;
+            }
+            size_t n = static_cast<size_t>(found->h_length);
+            memcpy(&addr.sin_addr, found->h_addr_list[0],
+                   n < sizeof addr.sin_addr ? n : sizeof addr.sin_addr);
+        }
+        addr.sin_port = htons(static_cast<uint16_t>(port));
+        return true;
+    }
+
+    void _warnConnectFailed(const char* host, unsigned int port, int err) {
+        char reason[128];
+        char line[512];
+        snprintf(line, sizeof line, "connect to %s:%u failed: %s",
+                 host != nullptr ? host : "127.0.0.1", port,
+                 strerror_r(err, reason, sizeof reason));
+        _log::instance().warn(line);
+    }
+
+    // Serialises disconnect() calls; send() and recv() never take it.
+    mutex mtxState;
+};
+
+typedef _tempSock<nullType> socks;
+
+}  // namespace tavik
+
+#endif  // TAVIK_TK_SOCKET_H

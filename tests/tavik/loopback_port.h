@@ -1,0 +1,50 @@
+// Helpers of the socket tests: a TCP port on 127.0.0.1 and a count of open descriptors.
+#ifndef TESTS_TAVIK_LOOPBACK_PORT_H
+#define TESTS_TAVIK_LOOPBACK_PORT_H
+
+#include <arpa/inet.h>
+#include <dirent.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+// A socket bound to 127.0.0.1 on a free port; listening or not (then connects are refused).
+class LoopbackPort {
+public:
+    explicit LoopbackPort(bool listening) {
+        fd = ::socket(AF_INET, SOCK_STREAM, 0);
+        sockaddr_in a = {};
+        a.sin_family = AF_INET;
+        a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t len = sizeof a;
+        EXPECT_EQ(0, bind(fd, reinterpret_cast<sockaddr*>(&a), len));
+        EXPECT_EQ(0, getsockname(fd, reinterpret_cast<sockaddr*>(&a), &len));
+        port = ntohs(a.sin_port);
+        if (listening) {
+            EXPECT_EQ(0, listen(fd, 8));
+        }
+    }
+    ~LoopbackPort() { close(fd); }
+    LoopbackPort(const LoopbackPort&) = delete;
+    LoopbackPort& operator=(const LoopbackPort&) = delete;
+
+    // The server side of the next connection; the caller closes it.
+    int accept() { return ::accept(fd, nullptr, nullptr); }
+
+    int fd;
+    unsigned int port;
+};
+
+inline int openDescriptors() {
+    int n = 0;
+    DIR* d = opendir("/proc/self/fd");
+    while (readdir(d) != nullptr) {
+        n++;
+    }
+    closedir(d);
+    return n;
+}
+
+#endif  // TESTS_TAVIK_LOOPBACK_PORT_H
