@@ -53,8 +53,8 @@ set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 set(CPACK_DEBIAN_DAEMON_PACKAGE_NAME ${HOXEN_DEB_PACKAGE_daemon})
 set(CPACK_DEBIAN_DAEMON_PACKAGE_SECTION net)
 set(CPACK_DEBIAN_DAEMON_PACKAGE_SHLIBDEPS ON)
-# The daemon finds and stops processes through these shell tools.
-set(CPACK_DEBIAN_DAEMON_PACKAGE_DEPENDS "mount, procps, sysvinit-utils")
+# The daemon finds and stops processes through ps and mount (pidof is essential).
+set(CPACK_DEBIAN_DAEMON_PACKAGE_DEPENDS "mount, procps")
 set(CPACK_DEBIAN_DAEMON_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/packaging/conffiles)
 set(CPACK_COMPONENT_DAEMON_DESCRIPTION "push-notification client for quillo storage boxes
 hoxen keeps one TCP session to a push server, reports authentication results,
