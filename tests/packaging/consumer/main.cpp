@@ -10,7 +10,9 @@
 
 class identifierMaker : public tavik::thread<false> {
 public:
-    void run() override { snprintf(identifier, sizeof(identifier), "%s", tavik::uuid::randomUUID()); }
+    void run() override {
+        snprintf(identifier, sizeof(identifier), "%s", tavik::uuid::randomUUID());
+    }
     char identifier[64] = "";
 };
 
