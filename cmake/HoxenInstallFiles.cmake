@@ -1,6 +1,6 @@
 # Runs at install time for one package component (HOXEN_COMPONENT, Debian package
 # HOXEN_DEB_PACKAGE); CMAKE_INSTALL_PREFIX is the prefix of this install. Installs the package's
-# copyright and compressed changelog, and for the daemon the compressed man page, the systemd
+# copyright and compressed changelog, and for the daemon the compressed man pages, the systemd
 # unit and the defaults file. With the prefix /usr the unit goes to /lib/systemd/system and the
 # defaults file to /etc/default, where the system looks; any other prefix (a staging tree)
 # keeps both below the prefix and the unit names the daemon and defaults file found there.
@@ -31,6 +31,8 @@ if(HOXEN_COMPONENT STREQUAL "daemon")
 
   hoxen_install_gzipped(${HOXEN_SOURCE_DIR}/docs/hoxen.8
                         ${CMAKE_INSTALL_PREFIX}/${HOXEN_MANDIR}/man8 hoxen.8.gz)
+  hoxen_install_gzipped(${HOXEN_SOURCE_DIR}/docs/hoxen-pushserver.1
+                        ${CMAKE_INSTALL_PREFIX}/${HOXEN_MANDIR}/man1 hoxen-pushserver.1.gz)
 
   file(INSTALL DESTINATION ${default_dir} TYPE FILE RENAME hoxen
        FILES ${HOXEN_SOURCE_DIR}/packaging/hoxen.default)

@@ -1,6 +1,7 @@
 # Install rules for the daemon's system files, and the Debian packages CPack builds:
 #   component daemon -> package hoxen:        sbin/hoxen, its systemd unit, the defaults file
-#                                             (a conffile), the man page hoxen(8)
+#                                             (a conffile), the man page hoxen(8), and the
+#                                             push server tool bin/hoxen-pushserver
 #   component dev    -> package libtavik-dev: the tavik headers, libtavik.a, the CMake package
 #                                             and tavik.pc
 # Files are placed at install time (cmake/HoxenInstallFiles.cmake), so that the prefix given

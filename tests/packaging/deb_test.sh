@@ -40,7 +40,8 @@ if [ "$parts" = daemon ]; then
   deb=$work/hoxen_${version}_${arch}.deb
   [ -f "$deb" ] || fail "no $(basename "$deb") in: $(ls "$work")"
   contains "$deb" usr/sbin/hoxen lib/systemd/system/hoxen.service etc/default/hoxen \
-    usr/share/man/man8/hoxen.8.gz usr/share/doc/hoxen/copyright usr/share/doc/hoxen/changelog.gz
+    usr/share/man/man8/hoxen.8.gz usr/share/doc/hoxen/copyright usr/share/doc/hoxen/changelog.gz \
+    usr/bin/hoxen-pushserver usr/share/man/man1/hoxen-pushserver.1.gz
   dpkg-deb -e "$deb" "$work/control"
   grep -qx /etc/default/hoxen "$work/control/conffiles" || fail "defaults file is no conffile"
   dpkg-deb -x "$deb" "$root"

@@ -33,6 +33,7 @@ fi
 
 if [ "$parts" = daemon ]; then
   [ -x "$prefix/sbin/hoxen" ] || fail "sbin/hoxen not installed"
+  [ -x "$prefix/bin/hoxen-pushserver" ] || fail "bin/hoxen-pushserver not installed"
   [ -f "$prefix/etc/default/hoxen" ] || fail "etc/default/hoxen not installed"
   [ -f "$prefix/share/man/man8/hoxen.8.gz" ] || fail "man page not installed"
   unit=$prefix/lib/systemd/system/hoxen.service
