@@ -2,16 +2,7 @@
 # Builds the Debian packages with CPack, checks their contents, has lintian check them (errors
 # fail, warnings pass) and systemd-analyze verify the unit the hoxen package ships.
 # usage: deb_test.sh SOURCE_DIR BUILD_DIR daemon|library
-#   daemon: the build holds the hoxen daemon, so the hoxen package is built and checked too
-set -euo pipefail
-source_dir=$1
-build_dir=$2
-parts=$3
-work=$build_dir/packaging-tests/deb
-rm -rf "$work"
-mkdir -p "$work"
-
-fail() { echo "FAIL: $*" >&2; exit 1; }
+source "$(dirname "$0")/common.sh"
 
 version=$(sed -n 's/^CMAKE_PROJECT_VERSION:STATIC=//p' "$build_dir/CMakeCache.txt")
 arch=$(dpkg --print-architecture)

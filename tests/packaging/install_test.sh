@@ -4,18 +4,9 @@
 # that the daemon's files land where the install promises and that the installed package files
 # name no path of the build machine.
 # usage: install_test.sh SOURCE_DIR BUILD_DIR daemon|library
-#   daemon: the build holds the hoxen daemon, whose files are checked too
-set -euo pipefail
-source_dir=$1
-build_dir=$2
-parts=$3
-work=$build_dir/packaging-tests/install
-rm -rf "$work"
-mkdir -p "$work"
+source "$(dirname "$0")/common.sh"
 prefix=$work/usr
 consumer=$source_dir/tests/packaging/consumer
-
-fail() { echo "FAIL: $*" >&2; exit 1; }
 
 cmake --install "$build_dir" --prefix "$prefix" >"$work/install.log"
 
