@@ -66,8 +66,7 @@ private:
     std::shared_ptr<tavik::socks> takeOver();
 
     bool receiveFrame(const std::shared_ptr<tavik::socks>& s);
-    readOutcome readFully(const std::shared_ptr<tavik::socks>& s, char* buf, int length,
-                          bool body);
+    readOutcome readFully(const std::shared_ptr<tavik::socks>& s, char* buf, int length, bool body);
     void dispatch(const char* body);
 
     tavik::mutex sockGuard;

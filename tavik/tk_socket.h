@@ -195,7 +195,9 @@ protected:
         return _poll(fd, POLLIN, sec, msec * 1000);
     }
 
-    static int _waitForWrite(SOCKET fd, long sec, long usec) { return _poll(fd, POLLOUT, sec, usec); }
+    static int _waitForWrite(SOCKET fd, long sec, long usec) {
+        return _poll(fd, POLLOUT, sec, usec);
+    }
 
     // Waits for events on fd with a limit of sec seconds plus usec microseconds; a negative
     // limit is an error (-1, EINVAL) as it is for select().

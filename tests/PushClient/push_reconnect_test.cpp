@@ -88,3 +88,56 @@ TEST(PushReconnectTest, ThousandServerClosesKeepDescriptorsFlat) {
     EXPECT_EQ(rounds / 100, app.received);
     EXPECT_TRUE(sessionOf(app).stopped);
 }
+
+namespace {
+
+// Connects twice from one onDisconnected, as an application that reconnects in both onError
+// and onDisconnected does after an error.
+class DoubleReconnecting : public RecordingClient {
+public:
+    explicit DoubleReconnecting(int port) : serverPort(port) {}
+
+    void onDisconnected() override {
+        RecordingClient::onDisconnected();
+        if (rounds++ == 0) {
+            connect("127.0.0.1", serverPort, "BOX", "10", "L");
+            connect("127.0.0.1", serverPort, "BOX", "10", "L");
+        }
+    }
+
+    int serverPort;
+    std::atomic<int> rounds{0};
+};
+
+}  // namespace
+
+TEST(PushReconnectTest, SecondConnectInARowRetiresTheFirstQuietly) {
+    PushServer server;
+    ASSERT_TRUE(server.listen());
+    DoubleReconnecting& app = keepForProcess(new DoubleReconnecting(server.port()));
+    int baseline = openDescriptors();
+    ASSERT_TRUE(app.connect("127.0.0.1", server.port(), "BOX", "10", "L"));
+    ASSERT_TRUE(server.waitForHandshake(0, 5s));
+    ASSERT_TRUE(server.close(0));
+
+    ASSERT_TRUE(server.waitForHandshake(2, 5s));
+    // The replaced connection is closed by the client and its reader ends without an event.
+    EXPECT_TRUE(server.waitForPeerClose(1, 5s));
+    server.sendFrame(1, "#1:lost");  // nobody reads the replaced connection any more
+    ASSERT_TRUE(server.sendFrame(2, "#1:one"));
+    ASSERT_TRUE(server.sendFrame(2, "#1:two"));
+    std::vector<std::string> expected = {"disconnected", "receive:one", "receive:two"};
+    EXPECT_EQ(expected, app.waitForEvents(3, 5s));
+    std::this_thread::sleep_for(1500ms);
+    EXPECT_EQ(expected, app.eventsSoFar());
+
+    app.disconnect();
+    server.close(1);
+    server.close(2);
+    int settled = openDescriptors();
+    for (int i = 0; i < 100 && settled != baseline; ++i) {
+        std::this_thread::sleep_for(20ms);
+        settled = openDescriptors();
+    }
+    EXPECT_EQ(baseline, settled);
+}

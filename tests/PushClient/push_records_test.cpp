@@ -30,8 +30,7 @@ filtered runUtf2ansi(const std::string& in, int capacity = 64) {
     unsigned char out[64] = {};
     int outLen = capacity;
     int inLen = static_cast<int>(in.size());
-    int result =
-        utf2ansi(out, &outLen, reinterpret_cast<const unsigned char*>(in.data()), &inLen);
+    int result = utf2ansi(out, &outLen, reinterpret_cast<const unsigned char*>(in.data()), &inLen);
     return {result, std::string(reinterpret_cast<char*>(out), static_cast<size_t>(outLen)), inLen};
 }
 

@@ -95,8 +95,8 @@ TEST_F(PushSessionTest, HandshakeStopsBeforeAnEighthBitByteAndIsBounded) {
 
 TEST_F(PushSessionTest, FramesRaiseEventsInOrderOnOneReceiveThread) {
     connectAndShake(0);
-    for (const char* body : {"#1:integrity hello", "#2:true:ab", "#2:TRUE:x", "#2:True", "#2:nope:y",
-                             "#1:a:b", "#7:x", "#:x", "#no colon"}) {
+    for (const char* body : {"#1:integrity hello", "#2:true:ab", "#2:TRUE:x", "#2:True",
+                             "#2:nope:y", "#1:a:b", "#7:x", "#:x", "#no colon"}) {
         ASSERT_TRUE(server.sendFrame(0, body));
     }
     ASSERT_TRUE(server.sendRaw(0, "0000"));
@@ -104,9 +104,9 @@ TEST_F(PushSessionTest, FramesRaiseEventsInOrderOnOneReceiveThread) {
     ASSERT_TRUE(server.sendRaw(0, std::string("0006#1:a\0b", 10)));
     ASSERT_TRUE(server.sendFrame(0, "#1:last"));
 
-    events expected = {"receive:integrity hello", "auth:passed:ab", "auth:passed:x",
-                       "auth:passed:", "auth:failed:y", "receive:a:b", "receive:a",
-                       "receive:last"};
+    events expected = {
+        "receive:integrity hello", "auth:passed:ab", "auth:passed:x", "auth:passed:",
+        "auth:failed:y",           "receive:a:b",    "receive:a",     "receive:last"};
     EXPECT_EQ(expected, client.waitForEvents(expected.size(), 5s));
     std::vector<std::thread::id> threads = client.eventThreads();
     ASSERT_FALSE(threads.empty());

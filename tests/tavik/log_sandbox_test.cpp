@@ -38,7 +38,9 @@ std::string formatTime(time_t when, const char* format) {
     return text;
 }
 
-std::string logFileFor(time_t when) { return formatTime(when, "/var/log/quillo/%Y%m/%d.log"); }
+std::string logFileFor(time_t when) {
+    return formatTime(when, "/var/log/quillo/%Y%m/%d.log");
+}
 
 class LogSandboxTest : public ::testing::Test {
 protected:
@@ -71,7 +73,8 @@ TEST_F(LogSandboxTest, WarnAppendsStampedLineToDailyFile) {
     std::string text = readFile(logFileFor(before));
     std::smatch m;
     ASSERT_TRUE(std::regex_match(
-        text, m, std::regex(R"(\[(\d\d:\d\d:\d\d)\] w disk 100% full %s %n\n\[[\d:]{8}\] w second\n)")))
+        text, m,
+        std::regex(R"(\[(\d\d:\d\d:\d\d)\] w disk 100% full %s %n\n\[[\d:]{8}\] w second\n)")))
         << text;
     EXPECT_GE(m[1].str(), formatTime(before, "%H:%M:%S"));
     EXPECT_LE(m[1].str(), formatTime(after, "%H:%M:%S"));
@@ -119,8 +122,8 @@ TEST_F(LogSandboxTest, TimedConnectFailureIsLoggedAndLeaksNothing) {
     EXPECT_EQ(descriptors, openDescriptors());
 
     std::string text = readFile(logFileFor(time(nullptr)));
-    std::string expected = "] w connect to 127.0.0.1:" + std::to_string(port) +
-                           " failed: Connection refused\n";
+    std::string expected =
+        "] w connect to 127.0.0.1:" + std::to_string(port) + " failed: Connection refused\n";
     size_t first = text.find(expected);
     ASSERT_NE(std::string::npos, first) << text;
     EXPECT_NE(std::string::npos, text.find(expected, first + 1)) << text;

@@ -1,5 +1,7 @@
 #include "tavik/tk_string.h"
 
+#include "tavik/tk_list.h"
+
 #include <gtest/gtest.h>
 
 #include <cctype>
@@ -276,4 +278,9 @@ TEST(StringTest, StrArrCollectsTextsUpToNull) {
     EXPECT_NE(nullptr, heap->buffer);
     strArr sized(static_cast<size_t>(2));
     EXPECT_EQ(nullptr, sized[0]);
+    tavik::list<const char*> texts;
+    texts.addTail("p");
+    texts.addTail("q");
+    texts.toClassArr(&sized);
+    EXPECT_STREQ("q", sized[1]);
 }

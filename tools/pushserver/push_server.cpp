@@ -180,9 +180,8 @@ bool PushServer::waitForHandshake(size_t conn, millis limit, Handshake* out) {
 }
 
 bool PushServer::waitForBytes(size_t conn, size_t n, millis limit) {
-    return waitUntil(limit, [&] {
-        return conn < connections.size() && connections[conn]->bytes.size() >= n;
-    });
+    return waitUntil(
+        limit, [&] { return conn < connections.size() && connections[conn]->bytes.size() >= n; });
 }
 
 bool PushServer::waitForPeerClose(size_t conn, millis limit) {
@@ -223,8 +222,8 @@ bool PushServer::sendRaw(size_t conn, const std::string& bytes) {
     return sendPieces(conn, bytes, {}, millis(0));
 }
 
-bool PushServer::sendPieces(size_t conn, const std::string& bytes,
-                            const std::vector<size_t>& sizes, millis pause) {
+bool PushServer::sendPieces(size_t conn, const std::string& bytes, const std::vector<size_t>& sizes,
+                            millis pause) {
     std::shared_ptr<connection> c = find(conn);
     if (!c) {
         return false;
@@ -243,8 +242,8 @@ bool PushServer::sendPieces(size_t conn, const std::string& bytes,
         if (piece > 0 && pause.count() > 0) {
             std::this_thread::sleep_for(pause);
         }
-        size_t end = piece < sizes.size() ? std::min(bytes.size(), offset + sizes[piece])
-                                          : bytes.size();
+        size_t end =
+            piece < sizes.size() ? std::min(bytes.size(), offset + sizes[piece]) : bytes.size();
         while (offset < end) {
             ssize_t sent = ::send(fd, bytes.data() + offset, end - offset, MSG_NOSIGNAL);
             if (sent < 0 && errno == EINTR) {
