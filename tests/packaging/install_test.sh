@@ -46,6 +46,12 @@ echo "flags: $flags"
 c++ -std=c++17 -o "$work/consumer-pkgconfig" "$consumer/main.cpp" $flags \
   || fail "consumer build (pkg-config)"
 "$work/consumer-pkgconfig" || fail "consumer built through pkg-config"
+# Every installed header compiles with what is installed beside it.
+for header in "$prefix"/include/tavik/*.h; do
+  echo "#include \"tavik/$(basename "$header")\""
+done >"$work/all_headers.cpp"
+# shellcheck disable=SC2086
+c++ -std=c++17 -fsyntax-only $flags "$work/all_headers.cpp" || fail "installed headers"
 
 # The installed tree finds itself: moved elsewhere, it still builds the consumer.
 mv "$prefix" "$work/moved"
