@@ -1,0 +1,62 @@
+#!/usr/bin/env bash
+# Builds the Debian packages with CPack, checks their contents, has lintian check them (errors
+# fail, warnings pass) and systemd-analyze verify the unit the hoxen package ships.
+# usage: deb_test.sh SOURCE_DIR BUILD_DIR daemon|library
+source "$(dirname "$0")/common.sh"
+
+version=$(sed -n 's/^CMAKE_PROJECT_VERSION:STATIC=//p' "$build_dir/CMakeCache.txt")
+arch=$(dpkg --print-architecture)
+cpack --config "$build_dir/CPackConfig.cmake" -B "$work" >"$work/cpack.log" \
+  || { cat "$work/cpack.log"; fail "cpack"; }
+
+contains() { # deb path...
+  local deb=$1 listing; shift
+  listing=$(dpkg-deb -c "$deb" | awk '{print $6}')
+  for path in "$@"; do
+    grep -qx "\./$path" <<<"$listing" || fail "$(basename "$deb") lacks $path"
+  done
+}
+
+dev=$work/libtavik-dev_${version}_${arch}.deb
+[ -f "$dev" ] || fail "no $(basename "$dev") in: $(ls "$work")"
+contains "$dev" usr/include/tavik/tk_common.h usr/lib/libtavik.a \
+  usr/lib/cmake/tavik/tavikConfig.cmake usr/lib/pkgconfig/tavik.pc \
+  usr/share/doc/libtavik-dev/copyright usr/share/doc/libtavik-dev/changelog.gz
+debs=("$dev")
+
+root=$work/root
+unit=$source_dir/packaging/hoxen.service
+daemon=/bin/true
+if [ "$parts" = daemon ]; then
+  deb=$work/hoxen_${version}_${arch}.deb
+  [ -f "$deb" ] || fail "no $(basename "$deb") in: $(ls "$work")"
+  contains "$deb" usr/sbin/hoxen lib/systemd/system/hoxen.service etc/default/hoxen \
+    usr/share/man/man8/hoxen.8.gz usr/share/doc/hoxen/copyright usr/share/doc/hoxen/changelog.gz \
+    usr/bin/hoxen-pushserver usr/share/man/man1/hoxen-pushserver.1.gz
+  dpkg-deb -e "$deb" "$work/control"
+  grep -qx /etc/default/hoxen "$work/control/conffiles" || fail "defaults file is no conffile"
+  dpkg-deb -x "$deb" "$root"
+  unit=$root/lib/systemd/system/hoxen.service
+  daemon=$root/usr/sbin/hoxen
+  grep -qx 'ExecStart=/usr/sbin/hoxen $HOXEN_SERVER $HOXEN_PORT $HOXEN_DOMAIN $HOXEN_DEVICE_ID' \
+    "$unit" || fail "unit does not start /usr/sbin/hoxen with the four arguments"
+  grep -qx 'EnvironmentFile=/etc/default/hoxen' "$unit" || fail "unit does not read /etc/default/hoxen"
+  debs+=("$deb")
+fi
+
+echo "== lintian"
+status=0
+lintian --tag-display-limit 0 "${debs[@]}" >"$work/lintian.log" 2>&1 || status=$?
+grep -v "running with root privileges" "$work/lintian.log" || true
+if grep -q '^E: ' "$work/lintian.log"; then
+  fail "lintian reports errors"
+fi
+[ "$status" -eq 0 ] || fail "lintian did not run (status $status)"
+
+echo "== systemd-analyze verify"
+# verify insists that the started program exists: point the unit at the unpacked daemon.
+mkdir -p "$work/unit"
+sed "s|^ExecStart=/usr/sbin/hoxen |ExecStart=$daemon |" "$unit" >"$work/unit/hoxen.service"
+verify=$(systemd-analyze verify --man=no "$work/unit/hoxen.service" 2>&1) || fail "verify: $verify"
+[ -z "$verify" ] || fail "verify complains: $verify"
+echo "deb test passed"
