@@ -15,6 +15,7 @@
 #include "tavik/tk_string.h"
 #include "tavik/tk_log.h"
 #include "tavik/tk_socket.h"
+#include "tavik/tk_json.h"
 #include "tavik/tk_profile.h"
 #include "tavik/tk_time.h"
 #include "tavik/aes.h"
