@@ -122,6 +122,10 @@ public:
         return bisect(key);
     }
 
+    // The record of key, or null, without sorting: a lookup that leaves recent
+    // appends where they are (cheap for maps that grow between lookups).
+    hashData* find(A key) { return locate(key); }
+
     // The record at index in key order, or null past the end. Sorts first.
     hashData* at(size_t index) {
         sort();
@@ -207,12 +211,15 @@ private:
         return nullptr;
     }
 
+    // Grows by the step, or by the current size once that is larger, so big
+    // maps copy their records a logarithmic number of times.
     void grow() {
-        hashData* bigger = new hashData[_size + increaseStep]();
-        std::copy(_data, _data + count, bigger);
+        size_t bigger = _size + std::max(increaseStep, _size);
+        hashData* records = new hashData[bigger]();
+        std::copy(_data, _data + count, records);
         delete[] _data;
-        _data = bigger;
-        _size += increaseStep;
+        _data = records;
+        _size = bigger;
     }
 
     static void disposeKey(A& key) {

@@ -4,7 +4,6 @@
 #include <stdlib.h>
 #include <string.h>
 
-#include <algorithm>
 
 #include "tavik/tk_common.h"
 
@@ -108,18 +107,7 @@ strArr* json::getValueArray() {
 }
 
 json::memberMap::hashData* json::_record(const char* key) {
-    // A small map is scanned as it stands: sorting it after every new member would cost
-    // more than the comparisons saved.
-    if (props.count <= kScanLimit) {
-        for (size_t i = 0; i < props.count; i++) {
-            const char* stored = props._data[i].key;
-            if (stored[0] == key[0] && strcmp(stored, key) == 0) {
-                return &props._data[i];
-            }
-        }
-        return nullptr;
-    }
-    return props.search(const_cast<char*>(key));
+    return props.find(const_cast<char*>(key));
 }
 
 jsonObject* json::_member(const char* key, bool* found) {
@@ -131,15 +119,6 @@ jsonObject* json::_member(const char* key, bool* found) {
 }
 
 void json::_adopt(char* key, jsonObject* node) {
-    if (props.count + 1 >= props._size) {
-        // Doubling keeps a large object from copying its records every few members.
-        size_t size = props._size * 2;
-        auto* grown = new memberMap::hashData[size]();
-        std::copy(props._data, props._data + props.count, grown);
-        delete[] props._data;
-        props._data = grown;
-        props._size = size;
-    }
     props.put(key, node);
     keyTable.addTail(key);
 }

@@ -147,7 +147,6 @@ public:
 private:
     vector<char*, true> _removedKeys;  // key texts that keyTable still shows after remove()
 
-    static const size_t kScanLimit = 32;
     memberMap::hashData* _record(const char* key);
     jsonObject* _member(const char* key, bool* found);
     jsonObject* _pathNode(const char* key, bool* found, bool* brokenIndex);
