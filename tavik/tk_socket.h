@@ -1,5 +1,8 @@
 // The library's IPv4 TCP client connection (socks): resolve, connect (blocking or with a time
 // limit), send, wait for data and receive. Results are counts or the negative codes below.
+// Receiving reads ahead: one recv(2) takes up to readAheadSize bytes, and later recv() calls
+// hand out what is left of them without waiting or calling the system, so a caller reading a
+// few bytes at a time costs one system call per batch of data rather than two per call.
 // send() and recv() may run at the same time on two threads (each direction has its own lock),
 // and disconnect() may be called while another thread waits in recv(): it wakes that wait
 // at once. connect() must not race with other calls on the same object.
@@ -20,6 +23,7 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
+#include <memory>
 
 #include "tavik/tk_common.h"
 #include "tavik/tk_log.h"
@@ -41,7 +45,9 @@ const int sErrTimeout = -5;
 template <class T>
 class _tempSock {
 public:
-    _tempSock() : connected(false), _sock(0), servicePort(0) { memset(&addr, 0, sizeof addr); }
+    _tempSock() : connected(false), _sock(0), servicePort(0), _readPos(0), _readEnd(0) {
+        memset(&addr, 0, sizeof addr);
+    }
 
     _tempSock(const _tempSock&) = delete;
     _tempSock& operator=(const _tempSock&) = delete;
@@ -134,8 +140,10 @@ public:
         return ::send(fd, buf, len, MSG_NOSIGNAL);
     }
 
-    // Waits up to sec seconds plus msec MILLIseconds for data, then reads once. Returns the
-    // count read, 0 when the peer closed, -1 without a socket, -5 when nothing arrived in time.
+    // Returns up to len bytes: those already read ahead at once, else it waits up to sec
+    // seconds plus msec MILLIseconds for data and reads once. Returns the count handed out
+    // (at most len), 0 when the peer closed, -1 without a socket, -5 when nothing arrived in
+    // time. Bytes that arrived together may come out over several calls.
     ssize_t recv(char* buf, unsigned int len, long sec, long msec) {
         if (_sock < 1) {
             return sErrDisconnected;
@@ -145,24 +153,45 @@ public:
         if (fd < 1) {
             return sErrDisconnected;
         }
+        if (_readPos < _readEnd && len > 0) {
+            return _handOut(buf, len);
+        }
         if (_waitForRead(fd, sec, msec) == 0) {
             return sErrTimeout;
         }
-        return ::recv(fd, buf, len, 0);
+        // A request as large as the read-ahead buffer (or empty) goes straight to the caller.
+        if (len == 0 || len >= readAheadSize) {
+            return ::recv(fd, buf, len, 0);
+        }
+        if (!_readAhead) {
+            _readAhead.reset(new char[readAheadSize]);
+        }
+        ssize_t got = ::recv(fd, _readAhead.get(), readAheadSize, 0);
+        if (got <= 0) {
+            return got;
+        }
+        _readPos = 0;
+        _readEnd = static_cast<size_t>(got);
+        return _handOut(buf, len);
     }
 
-    // Waits up to sec seconds plus msec milliseconds for data: positive when readable, 0 on
-    // time-out or without a socket, -1 on error. Shares the receive lock with recv().
+    // Waits up to sec seconds plus msec milliseconds for data: positive when readable (at
+    // once when read-ahead bytes are waiting), 0 on time-out or without a socket, -1 on
+    // error. Shares the receive lock with recv().
     int waitForRead(long sec, long msec) {
         if (_sock < 1) {
             return 0;
         }
         _objBlocking guard(&mtxRecv);
+        if (_readPos < _readEnd) {
+            return 1;
+        }
         return _waitForRead(_sock, sec, msec);
     }
 
-    // Closes the socket; a receive wait in progress on another thread returns at once. Waits
-    // for a send in progress to finish, so that no call uses a descriptor after it is closed.
+    // Closes the socket and drops bytes read ahead; a receive wait in progress on another
+    // thread returns at once. Waits for a send in progress to finish, so that no call uses a
+    // descriptor after it is closed.
     void disconnect() {
         _objBlocking state(&mtxState);
         SOCKET fd = _sock;
@@ -173,6 +202,9 @@ public:
             _objBlocking sending(&mtxSend);
             close(fd);
             _sock = 0;
+            // Bytes read ahead belong to the closed connection.
+            _readPos = 0;
+            _readEnd = 0;
         }
         connected = false;
     }
@@ -186,7 +218,21 @@ public:
     unsigned int servicePort;
     string broadcastingLocalAddress;
 
+    // Most bytes one recv(2) takes ahead of the caller.
+    static constexpr unsigned int readAheadSize = 16384;
+
 protected:
+    // Copies up to len read-ahead bytes into buf; the caller holds the receive lock.
+    ssize_t _handOut(char* buf, unsigned int len) {
+        size_t n = _readEnd - _readPos;
+        if (n > len) {
+            n = len;
+        }
+        memcpy(buf, _readAhead.get() + _readPos, n);
+        _readPos += n;
+        return static_cast<ssize_t>(n);
+    }
+
     // poll() rather than select(): a descriptor number at or above FD_SETSIZE is valid here.
     static int _waitForRead(SOCKET fd, long sec, long msec) {
         if (fd < 1) {
@@ -266,6 +312,12 @@ protected:
 
     // Serialises disconnect() calls; send() and recv() never take it.
     mutex mtxState;
+
+    // Read-ahead bytes not yet handed out are [_readPos, _readEnd) of _readAhead, which is
+    // made by the first recv() that needs it. All three are used under mtxRecv only.
+    std::unique_ptr<char[]> _readAhead;
+    size_t _readPos;
+    size_t _readEnd;
 };
 
 typedef _tempSock<nullType> socks;
