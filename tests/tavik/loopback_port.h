@@ -11,10 +11,8 @@
 #include <gtest/gtest.h>
 
 // A socket bound to 127.0.0.1 on a free port; listening or not (then connects are refused).
-class LoopbackPort {
-public:
-    explicit LoopbackPort(bool listening) {
-        fd = ::socket(AF_INET, SOCK_STREAM, 0);
+struct LoopbackPort {
+    explicit LoopbackPort(bool listening) : fd(::socket(AF_INET, SOCK_STREAM, 0)) {
         sockaddr_in a = {};
         a.sin_family = AF_INET;
         a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
@@ -22,16 +20,12 @@ public:
         EXPECT_EQ(0, bind(fd, reinterpret_cast<sockaddr*>(&a), len));
         EXPECT_EQ(0, getsockname(fd, reinterpret_cast<sockaddr*>(&a), &len));
         port = ntohs(a.sin_port);
-        if (listening) {
-            EXPECT_EQ(0, listen(fd, 8));
-        }
+        EXPECT_EQ(0, listening ? listen(fd, 8) : 0);
     }
     ~LoopbackPort() { close(fd); }
     LoopbackPort(const LoopbackPort&) = delete;
     LoopbackPort& operator=(const LoopbackPort&) = delete;
-
-    // The server side of the next connection; the caller closes it.
-    int accept() { return ::accept(fd, nullptr, nullptr); }
+    int accept() { return ::accept(fd, nullptr, nullptr); }  // the caller closes it
 
     int fd;
     unsigned int port;

@@ -1,6 +1,5 @@
 #include "tavik/tk_profile.h"
 
-#include <fcntl.h>
 #include <ftw.h>
 #include <gtest/gtest.h>
 #include <stdlib.h>
@@ -21,8 +20,7 @@ int removeEntry(const char* path, const struct stat*, int, struct FTW*) {
 
 class ProfileTest : public ::testing::Test {
 protected:
-    std::string dir;
-    std::string path;
+    std::string dir, path;
 
     void SetUp() override {
         const char* base = getenv("TMPDIR");
@@ -44,36 +42,23 @@ protected:
 
 }  // namespace
 
-TEST_F(ProfileTest, NamesIgnoreCaseAndValuesAreTrimmed) {
-    write("[Section]\nKey = 1 \nline = a b \r\n");
+TEST_F(ProfileTest, LoadFollowsTheFileFormat) {
+    write("x=before any section\n[]\ne=empty\n[\n[Section] trailing\n-c=comment\n Key = 1 \n"
+          " a = b=c \nline = a b \r\nno equals sign\n[open\nafter=open\n");
     profile p(false);
     ASSERT_TRUE(p.loadDirect(path.c_str()));
+    EXPECT_EQ(p.sectionTable.count, 2u);  // "[" and "[open" are no headers
+    EXPECT_STREQ(static_cast<char*>(p.section("")["e"]), "empty");
     EXPECT_EQ(static_cast<int>(p.section("SECTION")["KEY"]), 1);
     EXPECT_STREQ(p.Name(), "Key");
-    // A line feed goes, a carriage return stays.
-    EXPECT_STREQ(static_cast<const char*>(p["LINE"]), "a b \r");
-    EXPECT_EQ(p.getValueCount(), 2u);
-    EXPECT_EQ(p.sectionTable.count, 1u);
-}
-
-TEST_F(ProfileTest, LinesFollowTheFileFormat) {
-    write(
-        "x=before any section\n[]\ne=empty\n[\n[A] trailing\n-c=comment\n a = b=c \n"
-        "no equals sign\n[open\nafter=open\n");
-    profile p(false);
-    ASSERT_TRUE(p.loadDirect(path.c_str()));
-    EXPECT_EQ(p.sectionTable.count, 2u);
-    EXPECT_STREQ(static_cast<char*>(p.section("")["e"]), "empty");
-    p.section("A");
-    EXPECT_EQ(p.getValueCount(), 2u);
+    EXPECT_EQ(p.getValueCount(), 4u);
     EXPECT_STREQ(static_cast<char*>(p["a"]), "b=c");
+    EXPECT_STREQ(static_cast<char*>(p["LINE"]), "a b \r");  // a line feed goes, a CR stays
     EXPECT_STREQ(static_cast<char*>(p["after"]), "open");
-    EXPECT_FALSE(p.containsKey("-c"));
-    EXPECT_STREQ(p.checkContainsKey("a", "after", "x", "y", nullptr), "x");
-    EXPECT_EQ(p.checkContainsKey("A", "AFTER", nullptr), nullptr);
+    EXPECT_STREQ(p.checkContainsKey("a", "after", "-c", "y", nullptr), "-c");
 }
 
-TEST_F(ProfileTest, SaveWritesNameOrderAndTypedValues) {
+TEST_F(ProfileTest, SaveWritesNameOrderAndTwoDecimals) {
     write("[B]\nz=1\n[a]\nY=2\nx=3\n");
     profile p(true);
     ASSERT_TRUE(p.loadDirect(path.c_str()));
@@ -81,63 +66,46 @@ TEST_F(ProfileTest, SaveWritesNameOrderAndTypedValues) {
     p["pi"] = 3.14159;
     p["f"] = 2.5f;
     p["l"] = -7L;
-    p["u"] = static_cast<unsigned long>(-1);
     p["c"] = 'q';
     p["s"] = "text";
     EXPECT_DOUBLE_EQ(static_cast<double>(p["pi"]), 3.14);
-    EXPECT_EQ(static_cast<long>(p["l"]), -7);
-    EXPECT_EQ(static_cast<char>(p["c"]), 'q');
     ASSERT_EQ(p.save(), 1);
-    EXPECT_EQ(read(path), "[a]\nc=q\nf=2.50\nl=-7\npi=3.14\ns=text\nu=-1\nx=3\nY=2\n[B]\nz=1\n");
+    EXPECT_EQ(read(path), "[a]\nc=q\nf=2.50\nl=-7\npi=3.14\ns=text\nx=3\nY=2\n[B]\nz=1\n");
     EXPECT_FALSE(exists(path + ".tmp"));
-
-    p[0ul];
-    EXPECT_STREQ(p.Name(), "c");
-    p[8ul];
+    p[7ul];  // past the last value
     EXPECT_EQ(p.Name(), nullptr);
 }
 
-TEST_F(ProfileTest, ProfileThatMayNotChangeNeverWrites) {
+TEST_F(ProfileTest, OnlyAChangeableProfileIsWrittenAlsoAtDestruction) {
     write("[s]\nk=1\n");
     {
         profile p(false);
         ASSERT_TRUE(p.loadDirect(path.c_str()));
         p.section("s")["k"] = 2;
-        p.section("new")["v"] = 3;
         EXPECT_EQ(p.save(), 0);
     }
     EXPECT_EQ(read(path), "[s]\nk=1\n");
     EXPECT_FALSE(exists(path + ".tmp"));
+    EXPECT_EQ(profile(true).save(), 0);  // not loaded
 
-    profile unloaded(true);
-    EXPECT_EQ(unloaded.save(), 0);
-}
-
-TEST_F(ProfileTest, DestructionSavesAChangeableProfile) {
     setenv("TAVIK_PROFILE_TEST", path.c_str(), 1);
     {
         profile p("TAVIK_PROFILE_TEST", true);
         ASSERT_TRUE(p.loaded);
         p.section("s")["k"] = 42;
     }
-    EXPECT_EQ(read(path), "[s]\nk=42\n");
     unsetenv("TAVIK_PROFILE_TEST");
-    profile unset("TAVIK_PROFILE_TEST", true);
-    EXPECT_FALSE(unset.loaded);
+    EXPECT_EQ(read(path), "[s]\nk=42\n");
 }
 
-TEST_F(ProfileTest, MissingFileIsCreatedEmptyAndLoadsMerging) {
+TEST_F(ProfileTest, MissingFileIsCreatedAndLoadingMerges) {
     profile p(true);
     EXPECT_TRUE(p.loadDirect(path.c_str()));
     EXPECT_TRUE(exists(path));
-    EXPECT_EQ(p.sectionTable.count, 0u);
     EXPECT_FALSE(p.loadDirect((dir + "/no/such/dir/x.ini").c_str()));
-    EXPECT_FALSE(p.loadDirect(""));
-
     p.section("mem")["kept"] = 1;
-    write("[file]\nk=v\n[MEM]\nother=2\n");
+    write("[MEM]\nother=2\n");
     ASSERT_TRUE(p.loadDirect(path.c_str()));
-    EXPECT_EQ(p.sectionTable.count, 2u);
     EXPECT_TRUE(p.section("mem").containsKey("kept"));
     EXPECT_TRUE(p.containsKey("other"));
 }
@@ -150,29 +118,24 @@ TEST_F(ProfileTest, FailedSaveKeepsTheOldFileWhole) {
     p.section("s")["k"] = "new";
     std::string temporary = path + ".tmp";
 
-    // The temporary file cannot be opened.
-    ASSERT_EQ(mkdir(temporary.c_str(), 0700), 0);
+    ASSERT_EQ(mkdir(temporary.c_str(), 0700), 0);  // the temporary file cannot be opened
     EXPECT_EQ(p.save(), 0);
     EXPECT_EQ(read(path), "[s]\nk=old\n");
     EXPECT_EQ(rmdir(temporary.c_str()), 0);
 
-    // Writing the temporary file fails when it is flushed.
-    ASSERT_EQ(symlink("/dev/full", temporary.c_str()), 0);
+    ASSERT_EQ(symlink("/dev/full", temporary.c_str()), 0);  // writing it fails at the flush
     EXPECT_EQ(p.save(), 0);
     EXPECT_EQ(read(path), "[s]\nk=old\n");
     EXPECT_FALSE(exists(temporary));
 
-    // A whole new file replaces the old one and keeps its permissions.
-    EXPECT_EQ(p.save(), 1);
+    EXPECT_EQ(p.save(), 1);  // a whole new file replaces the old one and keeps its permissions
     EXPECT_EQ(read(path), "[s]\nk=new\n");
     struct stat st;
     ASSERT_EQ(stat(path.c_str(), &st), 0);
     EXPECT_EQ(st.st_mode & 0777, 0600u);
 
-    // The rename over the settings file fails.
-    ASSERT_EQ(remove(path.c_str()), 0);
+    ASSERT_EQ(remove(path.c_str()), 0);  // the rename over the settings file fails
     ASSERT_EQ(mkdir(path.c_str(), 0700), 0);
-    write("");
     std::ofstream(path + "/keep") << "x";
     EXPECT_EQ(p.save(), 0);
     EXPECT_FALSE(exists(temporary));
@@ -186,7 +149,6 @@ TEST_F(ProfileTest, OverlongLineIsSkippedWholeAndBlocksSaving) {
     EXPECT_FALSE(p.loadDirect(path.c_str()));
     p.section("s");
     EXPECT_EQ(p.getValueCount(), 2u);
-    EXPECT_EQ(static_cast<int>(p["ok"]), 1);
     EXPECT_TRUE(longest == static_cast<char*>(p["full"]));
     std::string before = read(path);
     EXPECT_EQ(p.save(), 0);
@@ -196,25 +158,14 @@ TEST_F(ProfileTest, OverlongLineIsSkippedWholeAndBlocksSaving) {
 TEST_F(ProfileTest, CursorWithoutSectionOrValueReadsNothing) {
     profile p(true);
     p["x"] = 5;
-    p[0ul];
     EXPECT_EQ(p.Name(), nullptr);
-    EXPECT_EQ(static_cast<int>(p), 0);
-    EXPECT_EQ(static_cast<double>(p), 0.0);
     EXPECT_EQ(static_cast<char*>(p), nullptr);
-    EXPECT_EQ(p.getValueCount(), 0u);
-    EXPECT_FALSE(p.isExistValue("x"));
-    EXPECT_FALSE(p.removeValue("x"));
-
     p.section("s")["x"] = 5;
-    EXPECT_STREQ(p.Name(), "x");
     EXPECT_TRUE(p.removeValue("X"));
     EXPECT_EQ(p.Name(), nullptr);
     p["y"] = 1;
     EXPECT_EQ(p.removeSection("S"), 1);
-    EXPECT_EQ(p.currentProfileSection, nullptr);
     EXPECT_EQ(p.Name(), nullptr);
-    EXPECT_EQ(p.findSection("s"), nullptr);
-
     // A blank-padded name whose trimmed form exists replaces that section.
     p.section("t")["old"] = 1;
     p.appendSection(" t ");

@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <string>
 #include <thread>
@@ -21,93 +22,50 @@ double secondsSince(Clock::time_point start) {
     return std::chrono::duration<double>(Clock::now() - start).count();
 }
 
-std::string readExactly(int fd, size_t n) {
-    std::string got(n, '\0');
-    size_t have = 0;
-    while (have < n) {
-        ssize_t r = ::recv(fd, &got[have], n - have, 0);
-        if (r <= 0) {
-            break;
-        }
-        have += static_cast<size_t>(r);
-    }
-    got.resize(have);
-    return got;
-}
-
 }  // namespace
 
-TEST(SocketTest, NullHostConnectsToLoopbackAndZeroLengthSendsWholeText) {
+TEST(SocketTest, NullHostZeroLengthSendAndRecvTimeLimits) {
     LoopbackPort server(true);
     socks s;
     ASSERT_EQ(1, s.connect(nullptr, server.port));
-    EXPECT_TRUE(s.connected);
     EXPECT_EQ(htonl(INADDR_LOOPBACK), s.addr.sin_addr.s_addr);
-    EXPECT_EQ(server.port, s.servicePort);
     int peer = server.accept();
-    ASSERT_GE(peer, 0);
-
-    char text[] = "hello, push";
-    EXPECT_EQ(11, s.send(text, 0));
-    EXPECT_EQ(3, s.send(text, 3));
-    EXPECT_EQ("hello, pushhel", readExactly(peer, 14));
-    close(peer);
-}
-
-TEST(SocketTest, RecvReportsTimeoutDataAndPeerClose) {
-    LoopbackPort server(true);
-    socks s;
-    ASSERT_EQ(1, s.connect("127.0.0.1", server.port));
-    EXPECT_STREQ("127.0.0.1", s.serviceAddr.getPtr());
-    int peer = server.accept();
-    char buf[16];
+    char buf[16] = "hello, push";
+    EXPECT_EQ(11, s.send(buf, 0));
+    EXPECT_EQ(3, s.send(buf, 3));
+    std::string got(14, '\0');
+    EXPECT_EQ(14, ::recv(peer, &got[0], got.size(), MSG_WAITALL));
+    EXPECT_EQ("hello, pushhel", got);
 
     Clock::time_point start = Clock::now();
     EXPECT_EQ(tavik::sErrTimeout, s.recv(buf, sizeof buf, 0, 0));
     EXPECT_LT(secondsSince(start), 0.5);
-
     start = Clock::now();
     EXPECT_EQ(tavik::sErrTimeout, s.recv(buf, sizeof buf, 1, 500));
-    double waited = secondsSince(start);
-    EXPECT_GT(waited, 1.3);
-    EXPECT_LT(waited, 3.0);
-
+    EXPECT_GT(secondsSince(start), 1.3);
+    EXPECT_LT(secondsSince(start), 3.0);
     ASSERT_EQ(3, ::send(peer, "abc", 3, 0));
-    EXPECT_GT(s.waitForRead(1, 0), 0);
     EXPECT_EQ(3, s.recv(buf, sizeof buf, 1, 0));
     close(peer);
     EXPECT_EQ(0, s.recv(buf, sizeof buf, 1, 0));
-}
 
-TEST(SocketTest, DisconnectedSocketRefusesIo) {
-    char buf[4] = "abc";
-    socks fresh;
-    EXPECT_EQ(tavik::sErrDisconnected, fresh.send(buf, 0));
-    EXPECT_EQ(tavik::sErrDisconnected, fresh.recv(buf, sizeof buf, 0, 0));
-    EXPECT_EQ(0, fresh.waitForRead(0, 0));
-
-    LoopbackPort server(true);
-    socks s;
-    ASSERT_EQ(1, s.connect(nullptr, server.port));
-    s.disconnect();
-    EXPECT_FALSE(s.connected);
-    EXPECT_EQ(0, s._sock.load());
-    EXPECT_EQ(tavik::sErrDisconnected, s.send(buf, 0));
-    EXPECT_EQ(tavik::sErrDisconnected, s.recv(buf, sizeof buf, 0, 0));
-    EXPECT_EQ(0, s.waitForRead(0, 0));
-}
-
-TEST(SocketTest, ConnectsByNameAndWithTimeLimit) {
-    LoopbackPort server(true);
-    socks byName;
-    EXPECT_EQ(1, byName.connect("localhost", server.port));
-    EXPECT_EQ(htonl(INADDR_LOOPBACK), byName.addr.sin_addr.s_addr);
-
+    // The time-limited connect leaves an ordinary blocking socket behind.
     socks timed;
     EXPECT_EQ(1, timed.connect("127.0.0.1", server.port, 0, 500000));
-    EXPECT_TRUE(timed.connected);
-    // The time-limited connect leaves an ordinary blocking socket behind.
     EXPECT_EQ(0, fcntl(timed._sock.load(), F_GETFL) & O_NONBLOCK);
+}
+
+TEST(SocketTest, SocketWithoutConnectionRefusesIo) {
+    LoopbackPort server(true);
+    socks fresh, closed;
+    ASSERT_EQ(1, closed.connect(nullptr, server.port));
+    closed.disconnect();
+    for (socks* s : {&fresh, &closed}) {
+        char buf[4] = "abc";
+        EXPECT_EQ(tavik::sErrDisconnected, s->send(buf, 0));
+        EXPECT_EQ(tavik::sErrDisconnected, s->recv(buf, sizeof buf, 0, 0));
+        EXPECT_EQ(0, s->waitForRead(0, 0));
+    }
 }
 
 TEST(SocketTest, FailedConnectsLeakNoDescriptor) {
@@ -118,16 +76,13 @@ TEST(SocketTest, FailedConnectsLeakNoDescriptor) {
         socks s;
         for (int i = 0; i < 3; i++) {
             EXPECT_EQ(0, s.connect("127.0.0.1", refused.port));
-            EXPECT_FALSE(s.connected);
         }
         s.disconnect();
         EXPECT_EQ(before, openDescriptors());
-
         // Connecting an object that is still connected closes that connection and fails.
         ASSERT_EQ(1, s.connect(nullptr, server.port));
         int peer = server.accept();
         EXPECT_EQ(0, s.connect(nullptr, server.port));
-        EXPECT_FALSE(s.connected);
         char buf[4];
         EXPECT_EQ(0, ::recv(peer, buf, sizeof buf, 0));
         close(peer);
@@ -144,14 +99,11 @@ TEST(SocketTest, WriteAfterPeerResetFailsWithoutSignal) {
     linger hard = {1, 0};
     setsockopt(peer, SOL_SOCKET, SO_LINGER, &hard, sizeof hard);
     close(peer);  // sends a reset
-
     // The first failure reports the reset, the next ones a broken pipe; a raised SIGPIPE
     // would end this program here.
     int failures = 0;
     for (int i = 0; i < 50 && failures < 3; i++) {
-        if (s.send("ping", 0) == -1) {
-            failures++;
-        }
+        failures += s.send("ping", 0) == -1;
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
     EXPECT_EQ(3, failures);
@@ -162,21 +114,17 @@ TEST(SocketTest, DisconnectWakesPendingRecv) {
     socks s;
     ASSERT_EQ(1, s.connect(nullptr, server.port));
     int peer = server.accept();
-
     ssize_t result = 1;
-    double waited = 0;
+    Clock::time_point start = Clock::now();
     std::thread reader([&] {
         char buf[8];
-        Clock::time_point start = Clock::now();
         result = s.recv(buf, sizeof buf, 10, 0);
-        waited = secondsSince(start);
     });
     std::this_thread::sleep_for(std::chrono::milliseconds(200));
     s.disconnect();
     reader.join();
     EXPECT_LE(result, 0);
-    EXPECT_LT(waited, 5.0);
-    EXPECT_EQ(0, s._sock.load());
+    EXPECT_LT(secondsSince(start), 5.0);
     close(peer);
 
     // A reader polling in a loop never touches the descriptor after it has been closed.
@@ -202,7 +150,6 @@ TEST(SocketTest, SenderAndReceiverRunTogether) {
     ASSERT_EQ(1, s.connect(nullptr, server.port));
     int peer = server.accept();
     const size_t total = 200000;
-
     // The peer echoes everything back, so both directions are busy at once.
     std::thread echo([&] {
         char buf[4096];
@@ -237,25 +184,14 @@ TEST(SocketTest, SenderAndReceiverRunTogether) {
 TEST(SocketTest, WaitsWorkOnDescriptorsAboveFdSetSize) {
     rlimit lim;
     getrlimit(RLIMIT_NOFILE, &lim);
-    const rlim_t needed = FD_SETSIZE + 64;
-    if (lim.rlim_cur < needed) {
-        lim.rlim_cur = lim.rlim_max < needed ? lim.rlim_max : needed;
-        setrlimit(RLIMIT_NOFILE, &lim);
-    }
-    if (lim.rlim_cur < needed) {
+    lim.rlim_cur = std::min<rlim_t>(lim.rlim_max, FD_SETSIZE + 64);
+    if (setrlimit(RLIMIT_NOFILE, &lim) != 0 || lim.rlim_cur < FD_SETSIZE + 64) {
         GTEST_SKIP() << "descriptor limit too low";
     }
     LoopbackPort server(true);
     std::vector<int> fillers;
-    while (true) {
-        int fd = dup(server.fd);
-        if (fd < 0 || fd >= FD_SETSIZE + 8) {
-            if (fd >= 0) {
-                close(fd);
-            }
-            break;
-        }
-        fillers.push_back(fd);
+    while (fillers.empty() || (fillers.back() >= 0 && fillers.back() < FD_SETSIZE + 8)) {
+        fillers.push_back(dup(server.fd));
     }
     {
         socks s;

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 #include <limits.h>
 #include <stdlib.h>
-#include <string.h>
 #include <time.h>
 
 #include <random>
@@ -33,15 +32,11 @@ protected:
     }
 };
 
-// The calendar the library uses, computed through day numbers rather than carries: a year is
-// a leap year when divisible by 4 and not by 100. Years from 1 on.
-bool leap(long long y) {
-    return y % 4 == 0 && y % 100 != 0;
-}
-
+// The library's calendar computed through day numbers rather than carries: a leap year is
+// divisible by 4 and not by 100.
 long long monthLength(long long y, long long m) {
     static const int days[] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
-    return m == 2 && leap(y) ? 29 : days[m - 1];
+    return m == 2 && y % 4 == 0 && y % 100 != 0 ? 29 : days[m - 1];
 }
 
 long long dayNumber(long long y, long long m, long long d) {
@@ -50,21 +45,6 @@ long long dayNumber(long long y, long long m, long long d) {
         n += monthLength(y, i);
     }
     return n + d - 1;
-}
-
-void fromDayNumber(long long n, long long* y, long long* m, long long* d) {
-    *y = n / 365;
-    while (dayNumber(*y, 1, 1) > n) {
-        --*y;
-    }
-    while (dayNumber(*y + 1, 1, 1) <= n) {
-        ++*y;
-    }
-    n -= dayNumber(*y, 1, 1);
-    for (*m = 1; n >= monthLength(*y, *m); ++*m) {
-        n -= monthLength(*y, *m);
-    }
-    *d = n + 1;
 }
 
 long long floorDiv(long long a, long long b) {
@@ -77,8 +57,7 @@ time_t expectedAdd(time_t at, long offset, datetime::Type type, long long n) {
     struct tm t;
     gmtime_r(&shifted, &t);
     long long y = t.tm_year + 1900LL, m = t.tm_mon + 1, d = t.tm_mday;
-    long long clock = t.tm_hour * 3600LL + t.tm_min * 60 + t.tm_sec;
-    if (type == datetime::Month || type == datetime::Year) {
+    if (type >= datetime::Month) {
         long long months = y * 12 + (m - 1) + (type == datetime::Month ? n : n * 12);
         y = floorDiv(months, 12);
         m = months - y * 12 + 1;
@@ -86,19 +65,22 @@ time_t expectedAdd(time_t at, long offset, datetime::Type type, long long n) {
             d = monthLength(y, m);
         }
     }
-    static const long long unit[] = {0, 1, 60, 3600, 86400};
-    long long seconds = dayNumber(y, m, d) * 86400 + clock;
-    if (type <= datetime::Day) {
-        seconds += n * unit[type];
-    }
+    static const long long unit[] = {0, 1, 60, 3600, 86400, 0, 0};
+    long long seconds = dayNumber(y, m, d) * 86400 + t.tm_hour * 3600LL + t.tm_min * 60 +
+                        t.tm_sec + n * unit[type];
     long long day = floorDiv(seconds, 86400);
-    clock = seconds - day * 86400;
-    fromDayNumber(day, &y, &m, &d);
+    for (y = day / 366; dayNumber(y + 1, 1, 1) <= day;) {
+        ++y;
+    }
+    day -= dayNumber(y, 1, 1);
+    for (m = 1; day >= monthLength(y, m); ++m) {
+        day -= monthLength(y, m);
+    }
     struct tm out = {};
     out.tm_year = static_cast<int>(y - 1900);
     out.tm_mon = static_cast<int>(m - 1);
-    out.tm_mday = static_cast<int>(d);
-    out.tm_sec = static_cast<int>(clock);
+    out.tm_mday = static_cast<int>(day + 1);
+    out.tm_sec = static_cast<int>(seconds - floorDiv(seconds, 86400) * 86400);
     return timegm(&out) - offset;
 }
 
@@ -106,77 +88,51 @@ time_t expectedAdd(time_t at, long offset, datetime::Type type, long long n) {
 
 TEST_F(TimeTest, LastMonthDayLeavesOutThe400YearRule) {
     EXPECT_EQ(datetime::getLastMonthDay(2024, 2), 29);
-    EXPECT_EQ(datetime::getLastMonthDay(2023, 2), 28);
     EXPECT_EQ(datetime::getLastMonthDay(1900, 2), 28);
     EXPECT_EQ(datetime::getLastMonthDay(2000, 2), 28);
-    EXPECT_EQ(datetime::getLastMonthDay(2023, 1), 31);
-    EXPECT_EQ(datetime::getLastMonthDay(2023, 4), 30);
-    EXPECT_EQ(datetime::getLastMonthDay(2023, 12), 31);
-    EXPECT_EQ(datetime::getLastMonthDay(2023, 13), 0);
 }
 
 TEST_F(TimeTest, AddCarriesThroughTheCalendar) {
-    struct step {
+    const struct {
         int year, month, day, hour;
         datetime::Type type;
         int n;
         const char* result;
     } steps[] = {
         {2023, 1, 31, 10, datetime::Month, 1, "2023/02/28 10:00:00"},
-        {2024, 1, 31, 10, datetime::Month, 1, "2024/02/29 10:00:00"},
-        {2023, 3, 31, 0, datetime::Month, -1, "2023/02/28 00:00:00"},
         {2023, 2, 28, 0, datetime::Day, 1, "2023/03/01 00:00:00"},
-        // The year 2000 has no 29 February here.
         {2000, 2, 28, 12, datetime::Day, 1, "2000/03/01 12:00:00"},
         {2024, 2, 29, 0, datetime::Year, 1, "2025/03/01 00:00:00"},
-        {2023, 1, 1, 0, datetime::Second, -1, "2022/12/31 23:59:59"},
-        {2023, 1, 1, 0, datetime::Hour, 24 * 365, "2024/01/01 00:00:00"},
+        {2023, 12, 31, 23, datetime::Second, 3600, "2024/01/01 00:00:00"},
+        {2023, 5, 5, 0, datetime::Year, INT_MAX, "2023/05/05 00:00:00"},  // beyond a year field
     };
-    datetime d;
-    for (const step& s : steps) {
-        d = make(s.year, s.month, s.day, s.hour, 0, 0);
+    for (const auto& s : steps) {
+        datetime d = make(s.year, s.month, s.day, s.hour, 0, 0);
         d.add(s.type, s.n);
         EXPECT_STREQ(d.getTime(), s.result);
     }
-    d = make(2023, 12, 31, 23, 59, 59);
-    time_t before = d.at;
-    d.add(datetime::Second, 3600);
-    EXPECT_EQ(d.at, before + 3600);
-    d.add(datetime::Second, -3601);
-    EXPECT_STREQ(d.getTime(), "2023/12/31 23:59:58");
-
-    d.nFraction = 5;
-    d.add(datetime::Minute, 0);
-    EXPECT_EQ(d.nFraction, 0);
-
-    d.at = 0;
-    d.add(datetime::Day, 1);
-    EXPECT_EQ(d.at, 0);
-    d.at = -100;
-    d.add(datetime::Day, 1);
-    EXPECT_EQ(d.at, -100);
-
-    d = make(2023, 5, 5, 0, 0, 0);
-    before = d.at;
-    d.add(datetime::Year, INT_MAX);  // beyond what a year field holds
-    EXPECT_EQ(d.at, before);
+    for (time_t at : {0, -100}) {
+        datetime d;
+        d.at = at;
+        d.add(datetime::Day, 1);
+        EXPECT_EQ(d.at, at);
+    }
 }
 
-TEST_F(TimeTest, AddMatchesDayNumberArithmeticOverRandomValues) {
-    struct zone {
+TEST_F(TimeTest, AddCarriesBothWaysLikeDayNumberArithmetic) {
+    const struct {
         const char* tz;
         long offset;
     } zones[] = {{"UTC0", 0}, {"KST-9", 9 * 3600}, {"NST+3:30", -(3 * 3600 + 1800)}};
     std::mt19937_64 random(20260305);
     const long long range[] = {0, 5000000, 1000000, 100000, 50000, 1500, 150};
     int failures = 0;
-    for (const zone& z : zones) {
+    for (const auto& z : zones) {
         setZone(z.tz);
         for (int i = 0; i < 20000 && failures < 10; i++) {
             time_t at = 1 + static_cast<time_t>(random() % 4102444800LL);
             auto type = static_cast<datetime::Type>(1 + random() % 6);
-            long long span = range[type];
-            long long n = static_cast<long long>(random() % (2 * span + 1)) - span;
+            long long n = static_cast<long long>(random() % (2 * range[type] + 1)) - range[type];
             if (i % 1000 == 0 && type != datetime::Year) {
                 n = INT_MAX;
             }
@@ -193,37 +149,18 @@ TEST_F(TimeTest, AddMatchesDayNumberArithmeticOverRandomValues) {
     }
 }
 
-TEST_F(TimeTest, FieldsAndTextsRoundTrip) {
+TEST_F(TimeTest, GetTimeAndSetTimeRoundTrip) {
     setZone("KST-9");
     datetime d = make(2026, 3, 5, 14, 7, 9);
-    EXPECT_EQ(d.at, 1772687229);
-    EXPECT_EQ(d.getYear(), 2026);
-    EXPECT_EQ(d.getMonth(), 3);
-    EXPECT_EQ(d.getDay(), 5);
     EXPECT_EQ(d.getDayOfWeek(), 4);
     EXPECT_STREQ(d.getMonthName(), "Mar");
     EXPECT_STREQ(d.getTime(), "2026/03/05 14:07:09");
-    EXPECT_STREQ(d.getDaytime(), "14:07:09");
-
     datetime back;
     back.setTime("2026/03/05 14:07:09");
     EXPECT_TRUE(back == d);
-    back.setTime(8, 30, 0);
-    EXPECT_STREQ(back.getTime(), "2026/03/05 08:30:00");
-    time_t kept = back.at;
-    back.setTime("2026/03/05");
-    back.setTime("14:07:09");
+    back.setTime("2026/03/05");  // too few pieces: unchanged
     back.setTime(static_cast<const char*>(nullptr));
-    EXPECT_EQ(back.at, kept);
-
-    EXPECT_DOUBLE_EQ(d - back, 20229.0);
-    EXPECT_TRUE(d > back && back < d && d >= back && back <= d && d != back);
-    EXPECT_FALSE(d == back || d < back);
-
-    d.set(2026, 3, 5, 14, 7, 9, 123456789);
-    EXPECT_EQ(d.getLongLong(), 1772687229123LL);
-    d.set(1772687229LL);
-    EXPECT_EQ(d.getLong(), 1772687229L);
+    EXPECT_TRUE(back == d);
 
     datetime bad;
     bad.at = LLONG_MAX;
@@ -233,38 +170,26 @@ TEST_F(TimeTest, FieldsAndTextsRoundTrip) {
 }
 
 TEST_F(TimeTest, TimespanPartsTruncateTowardZero) {
-    timespan span(90061.5);
-    EXPECT_EQ(span.getDays(), 1);
-    EXPECT_EQ(span.getHour(), 1);
-    EXPECT_EQ(span.getMinute(), 1);
-    EXPECT_EQ(span.getSecond(), 1);
-    EXPECT_EQ(span.getHours(), 25);
-    EXPECT_EQ(span.getMinutes(), 1501);
-    EXPECT_EQ(span.getSeconds(), 90061);
-    span = -90061.5;
-    EXPECT_EQ(span.getDay(), -1);
-    EXPECT_EQ(span.getHour(), -1);
-    EXPECT_EQ(span.getMinute(), -1);
-    EXPECT_EQ(span.getSecond(), -1);
-    EXPECT_EQ(span.getHours(), -25);
-    EXPECT_EQ(span.getSeconds(), -90061);
-    span = 1e300;
+    for (int sign : {1, -1}) {
+        timespan span(sign * 90061.5);
+        EXPECT_EQ((std::vector<long long>{1, 1, 1, 1, 25, 1501, 90061}),
+                  (std::vector<long long>{sign * span.getDays(), sign * span.getHour(),
+                                          sign * span.getMinute(), sign * span.getSecond(),
+                                          sign * span.getHours(), sign * span.getMinutes(),
+                                          sign * span.getSeconds()}));
+    }
+    timespan span(1e300);
     EXPECT_EQ(span.getSeconds(), LLONG_MAX);
 }
 
 TEST_F(TimeTest, EndTimerMeasuresFromTheSameStart) {
     datetime d;
     d.startTimer();
-    long long start = d.nTimer;
-    EXPECT_NEAR(static_cast<double>(start), time(nullptr) * 1000.0, 2000.0);
     long long first = d.endTimer();
     struct timespec pause = {0, 20 * 1000 * 1000};
     nanosleep(&pause, nullptr);
-    long long second = d.endTimer();
-    EXPECT_EQ(d.nTimer, start);
     EXPECT_GE(first, 0);
-    EXPECT_GE(second, first + 20);
-    EXPECT_GE(d.getMiliseconds(), start + 20);
+    EXPECT_GE(d.endTimer(), first + 20);
 }
 
 TEST_F(TimeTest, GettersRunOnSeveralThreadsAtOnce) {
