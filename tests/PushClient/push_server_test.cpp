@@ -1,5 +1,6 @@
 // The scripted push server the push client's and the daemon's tests and the operator tool
-// rely on: handshake parsing, framing, recording, sending in pieces, close, reset, relisten.
+// rely on: handshake parsing, framing, recording and sending in pieces (reset, peer close and
+// listening again are exercised by the client's and the daemon's tests).
 #include "tools/pushserver/push_server.h"
 
 #include <arpa/inet.h>
@@ -52,13 +53,11 @@ TEST(PushServerTest, HandshakeAndFrameTexts) {
     EXPECT_EQ("0000", pushserver::frame(""));
 }
 
-TEST(PushServerTest, RecordsSendsClosesResetsAndListensAgain) {
+TEST(PushServerTest, RecordsWhatClientsSendAndSendsFramesInPieces) {
     pushserver::PushServer server;
     ASSERT_TRUE(server.listen());
-    EXPECT_FALSE(server.listen());
     int fd = connectTo(server.port());
-    int other = connectTo(server.port());
-    ASSERT_TRUE(server.waitForConnections(2, 5s));
+    ASSERT_TRUE(server.waitForConnections(1, 5s));
 
     std::string hello = "BOX:(ab)10\nL\n\n";
     ASSERT_EQ(ssize_t(hello.size()), send(fd, hello.data(), hello.size(), 0));
@@ -73,20 +72,5 @@ TEST(PushServerTest, RecordsSendsClosesResetsAndListensAgain) {
     EXPECT_EQ("", readSome(fd, 1));
     EXPECT_FALSE(server.sendRaw(0, "x"));
     EXPECT_FALSE(server.sendRaw(7, "x"));
-
-    ASSERT_TRUE(server.reset(1));
-    char c;
-    EXPECT_EQ(-1, recv(other, &c, 1, 0));
-    EXPECT_EQ(ECONNRESET, errno);
     close(fd);
-    close(other);
-
-    const int port = server.port();
-    server.stopListening();
-    EXPECT_LT(connectTo(port), 0);
-    ASSERT_TRUE(server.listen(port));
-    fd = connectTo(port);
-    EXPECT_TRUE(server.waitForConnections(3, 5s));
-    close(fd);
-    EXPECT_TRUE(server.waitForPeerClose(2, 5s));
 }

@@ -15,16 +15,9 @@ void log_text(std::string text) {
     log(&text[0]);
 }
 
-struct tm at(int year, int month, int day, int hour, int minute, int second) {
-    struct tm when = {};
-    when.tm_year = year - 1900;
-    when.tm_mon = month - 1;
-    when.tm_mday = day;
-    when.tm_hour = hour;
-    when.tm_min = minute;
-    when.tm_sec = second;
-    return when;
-}
+// Local time as struct tm, fields from the seconds up: {s, min, h, day, month - 1, year - 1900}.
+const struct tm kMarch5 = {9, 7, 14, 5, 2, 126, 0, 0, 0, 0, nullptr};
+const struct tm kNewYear = {0, 0, 0, 1, 0, 127, 0, 0, 0, 0, nullptr};
 
 int descriptors() {
     int count = 0;
@@ -38,15 +31,15 @@ int descriptors() {
 
 TEST(DailyLog, NameFollowsTheLocalDateAndALongLineKeepsItsStampAndEnd) {
     char text[256];
-    format_log_file_name(text, sizeof(text), at(2026, 3, 5, 23, 59, 59));
+    format_log_file_name(text, sizeof(text), kMarch5);
     EXPECT_STREQ(text, "/var/log/quillo/hoxen/pushclient_20260305.log");
-    format_log_file_name(text, sizeof(text), at(2027, 1, 1, 0, 0, 0));
+    format_log_file_name(text, sizeof(text), kNewYear);
     EXPECT_STREQ(text, "/var/log/quillo/hoxen/pushclient_20270101.log");
 
-    EXPECT_EQ(format_log_line(text, sizeof(text), at(2026, 3, 5, 14, 7, 9), "100% %s %n"), 37u);
+    EXPECT_EQ(format_log_line(text, sizeof(text), kMarch5, "100% %s %n"), 37u);
     EXPECT_STREQ(text, "[2026-03-05 14:07:09] : 100% %s %n \r\n");
     std::string message(400, 'x');
-    EXPECT_EQ(format_log_line(text, sizeof(text), at(2026, 3, 5, 14, 7, 9), message.c_str()), 255u);
+    EXPECT_EQ(format_log_line(text, sizeof(text), kMarch5, message.c_str()), 255u);
     EXPECT_EQ(std::string(text), "[2026-03-05 14:07:09] : " + std::string(228, 'x') + " \r\n");
 }
 
