@@ -36,10 +36,7 @@ public:
         return events;
     }
 
-    std::vector<std::string> eventsSoFar() {
-        std::lock_guard<std::mutex> guard(lock);
-        return events;
-    }
+    std::vector<std::string> eventsSoFar() { return waitForEvents(0, {}); }
 
     std::vector<std::thread::id> eventThreads() {
         std::lock_guard<std::mutex> guard(lock);

@@ -4,30 +4,22 @@
 #include <string>
 
 #include "tests/support/daemon_harness.h"
-#include "tools/pushserver/push_server.h"
 
 using namespace hoxen_test;
-using pushserver::Handshake;
-using pushserver::PushServer;
-using std::chrono::seconds;
 
 TEST(Handlers, AuthAndMessagesArePrintedLoggedAndEachStartsTheCheckerOnce) {
     start_scenario(true);
     ConnectedDaemon run("/tmp/handlers-events/mnt");
-    PushServer& server = run.server;
-    Child& daemon = *run.daemon;
-    const Handshake& hello = run.hello;
-    EXPECT_EQ(hello.domain + "|" + hello.userId + "|" + hello.loginParam, "BOX|10|vintrago");
-
-    server.sendFrame(0, "#2:true:ab");
-    server.sendFrame(0, "#1:hello");
-    server.sendFrame(0, "#1:");
-    server.sendFrame(0, "#1:$(touch /tmp/pwned1);`touch /tmp/pwned2` %s");
-    server.sendFrame(0, "#2:false:xy");
+    EXPECT_EQ(run.hello.domain + "|" + run.hello.userId + "|" + run.hello.loginParam,
+              "BOX|10|vintrago");
+    for (const char* body : {"#2:true:ab", "#1:hello", "#1:",
+                             "#1:$(touch /tmp/pwned1);`touch /tmp/pwned2` %s", "#2:false:xy"}) {
+        run.server.sendFrame(0, body);
+    }
     ASSERT_TRUE(wait_until([] { return read_file(kCheckerRecord) == "m\nm\nm\n"; }, 10))
         << read_file(kCheckerRecord);
-    ASSERT_TRUE(wait_until([&] { return count_of(daemon.output(), "\r\n") == 5; }, 5));
-    EXPECT_EQ(daemon.output(),
+    ASSERT_TRUE(wait_until([&] { return count_of(run.daemon->output(), "\r\n") == 5; }, 5));
+    EXPECT_EQ(run.daemon->output(),
               "Auth: passed, Token:ab\r\n"
               "Recevied Msg: hello\r\n"
               "Recevied Msg: \r\n"
@@ -43,22 +35,21 @@ TEST(Handlers, AuthAndMessagesArePrintedLoggedAndEachStartsTheCheckerOnce) {
 TEST(Handlers, LostServerIsReconnectedAndEachFailedAttemptWarned) {
     start_scenario(true);
     ConnectedDaemon run("/tmp/handlers-reconnect/mnt");
-    PushServer& server = run.server;
-    const int port = server.port();
-    Handshake second;
-
+    pushserver::PushServer& server = run.server;
+    pushserver::Handshake second;
     server.close(0);
-    ASSERT_TRUE(server.waitForHandshake(1, seconds(3), &second));
+    ASSERT_TRUE(server.waitForHandshake(1, std::chrono::seconds(3), &second));
     EXPECT_NE(run.hello.identifier, second.identifier);
     EXPECT_EQ(read_file(daily_log_path()).find("[WARN]"), std::string::npos);
 
+    const int port = server.port();
     server.stopListening();
     server.close(1);
     sleep(3);
     ASSERT_TRUE(server.listen(port));
-    ASSERT_TRUE(server.waitForHandshake(2, seconds(3)));
+    ASSERT_TRUE(server.waitForHandshake(2, std::chrono::seconds(3)));
     std::string text = read_file(daily_log_path());
-    EXPECT_GE(count_of(text, "] : [WARN] disconnected \r\n"), 2) << text;
-    EXPECT_LE(count_of(text, "] : [WARN] disconnected \r\n"), 4) << text;
+    const int warnings = count_of(text, "] : [WARN] disconnected \r\n");
+    EXPECT_TRUE(warnings >= 2 && warnings <= 4) << text;
     EXPECT_TRUE(run.daemon->running());
 }

@@ -4,38 +4,35 @@
 #include <cstdlib>
 #include <memory>
 #include <string>
+#include <tuple>
 
 #include "hoxen/hoxen.h"
 #include "tests/support/daemon_harness.h"
-
-using hoxen_test::FakeCommands;
 
 class ProcessLookup : public ::testing::Test {
 protected:
     void SetUp() override {
         std::string dir = testing::TempDir() + "hoxen_fakes_XXXXXX";
         ASSERT_NE(mkdtemp(&dir[0]), nullptr);
-        fakes = std::make_unique<FakeCommands>(dir);
+        fakes = std::make_unique<hoxen_test::FakeCommands>(dir);
     }
-    std::unique_ptr<FakeCommands> fakes;
+    std::unique_ptr<hoxen_test::FakeCommands> fakes;
 };
 
 TEST(GetIntPid, TakesTheFirstNumberThatStartsWithADigitOneToNine) {
-    char root[] = "root      4242     1  0 10:00 ?  00:00:00 /usr/bin/quillo -heartbit";
-    char user5[] = "user5     4242     1  0 10:00 ?  00:00:00 quillo";
-    char zeros[] = "0 00 000 \t";
-    char leadingZero[] = "abc 0012x";
-    char highBytes[] = "\xb5\xc3\xa9 77";
+    for (auto [text, pid] :
+         {std::pair<std::string, int>{"root 4242 1 0 10:00 ? 00:00:00 quillo", 4242},
+          {"user5     4242     1", 5},
+          {"0 00 000 \t", -1},
+          {"abc 0012x", 12},
+          {"\xb5\xc3\xa9 77", 77}}) {
+        EXPECT_EQ(getIntPid(&text[0]), pid) << text;
+    }
     std::string digits(300, '7');
-    EXPECT_EQ(getIntPid(root), 4242);
-    EXPECT_EQ(getIntPid(user5), 5);
-    EXPECT_EQ(getIntPid(zeros), -1);
-    EXPECT_EQ(getIntPid(leadingZero), 12);
-    EXPECT_EQ(getIntPid(highBytes), 77);
     getIntPid(&digits[0]);  // bounded copy: no overrun (checked by the sanitizers)
 }
 
-TEST_F(ProcessLookup, PsLinesOfTheOwnGrepAreSkipped) {
+TEST_F(ProcessLookup, PsLookupsSkipTheirOwnGrepAndWantTheirMode) {
     fakes->prints("ps",
                   "root 11 1 0 10:00 ? 00:00:00 grep integrity p\n"
                   "root 321 1 0 10:00 ? 00:00:00 /brellium/orvaclient/integrity/integrity p\n"
@@ -49,52 +46,35 @@ TEST_F(ProcessLookup, PsLinesOfTheOwnGrepAreSkipped) {
 }
 
 TEST_F(ProcessLookup, HoxenPidCountsLowPidsAndSilenceAsNotFound) {
-    fakes->prints("pidof", "4321\n");
-    EXPECT_EQ(get_hoxen_pid(), 4321);
-    fakes->prints("pidof", "2\n");
-    EXPECT_EQ(get_hoxen_pid(), -1);
-    fakes->prints("pidof", "4321\n");
-    EXPECT_EQ(get_hoxen_pid(), 4321);
-    fakes->prints("pidof", "");  // the buffer of the previous call must not leak through
-    EXPECT_EQ(get_hoxen_pid(), -1);
-}
-
-TEST_F(ProcessLookup, OnlyAFuseQuilloMountCountsAsMountedButAnyQuilloLineHasAPath) {
-    fakes->prints("mount",
-                  "sysfs on /sys type sysfs (rw)\n"
-                  "quillo on /mnt/data type fuse.quillo (rw,user_id=0)\n");
-    EXPECT_EQ(getQuillosMountPid(), 1000);
-    EXPECT_STREQ(getMountPath(), "/mnt/data");
-
-    fakes->prints("mount", "quillo on /mnt/other type tmpfs (rw)\n");
-    EXPECT_EQ(getQuillosMountPid(), -1);
-    EXPECT_STREQ(getMountPath(), "/mnt/other");
-
-    fakes->prints("mount", "quillo grep on /x type fuse.quillo (rw)\n");
-    EXPECT_EQ(getQuillosMountPid(), -1);
-
-    fakes->prints("mount", "");
-    EXPECT_EQ(getQuillosMountPid(), -1);
-    EXPECT_STREQ(getMountPath(), "");
-
-    fakes->prints("mount", "quillo-without-marker\nquillo on /second type fuse.quillo\n");
-    EXPECT_STREQ(getMountPath(), "");
-    fakes->prints("mount", "quillo on /end\n");
-    EXPECT_STREQ(getMountPath(), "/end\n");
-}
-
-TEST(ShellQuote, AnyTextReachesTheShellAsOneWord) {
-    const char* texts[] = {"/mnt/plain", "/mnt/a;touch x", "/m/$(id)`id`", "it's \"q\" \\n", ""};
-    for (const char* text : texts) {
-        char quoted[256];
-        ASSERT_TRUE(shell_quote(quoted, sizeof(quoted), text));
-        std::string cmd = std::string("printf '%s' ") + quoted;
-        FILE* pipe = popen(cmd.c_str(), "r");
-        char back[256] = {0};
-        size_t n = fread(back, 1, sizeof(back) - 1, pipe);
-        pclose(pipe);
-        EXPECT_EQ(std::string(back, n), text);
+    // Silence right after a hit: the previous call's buffer must not leak through.
+    for (auto [out, pid] : {std::pair{"4321\n", 4321}, {"2\n", -1}, {"4321\n", 4321}, {"", -1}}) {
+        fakes->prints("pidof", out);
+        EXPECT_EQ(get_hoxen_pid(), pid) << out;
     }
+}
+
+TEST_F(ProcessLookup, OnlyAFuseQuilloMountCountsButAnyQuilloLineHasAPath) {
+    // Each listing, the mount lookup's answer and the path found (null: not checked).
+    std::tuple<const char*, int, const char*> cases[] = {
+        {"sysfs on /sys type sysfs (rw)\nquillo on /mnt/data type fuse.quillo (rw)\n", 1000,
+         "/mnt/data"},
+        {"quillo on /mnt/other type tmpfs (rw)\n", -1, "/mnt/other"},
+        {"quillo grep on /x type fuse.quillo (rw)\n", -1, nullptr},
+        {"", -1, ""},
+        {"quillo-without-marker\nquillo on /second type fuse.quillo\n", 1000, ""},
+        {"quillo on /end\n", -1, "/end\n"},
+    };
+    for (auto [listing, pid, path] : cases) {
+        fakes->prints("mount", listing);
+        EXPECT_EQ(getQuillosMountPid(), pid) << listing;
+        if (path != nullptr) {
+            EXPECT_STREQ(getMountPath(), path) << listing;
+        }
+    }
+}
+
+TEST(ShellQuote, AWordThatDoesNotFitIsNotWrittenAtAll) {
+    // What fits is checked through stop_quillo with a hostile mount path (sandbox test).
     char small[8];
     EXPECT_FALSE(shell_quote(small, sizeof(small), "/mnt/long"));
     EXPECT_STREQ(small, "");

@@ -6,17 +6,13 @@
 #include <string>
 
 #include "tests/support/daemon_harness.h"
-#include "tools/pushserver/push_server.h"
 
 using namespace hoxen_test;
-using pushserver::Handshake;
-using pushserver::PushServer;
-using std::chrono::seconds;
 
 TEST(Startup, FewerThanThreeArgumentsPrintTheUsageLineAndLogNothing) {
     start_scenario(true);
-    const std::vector<std::vector<std::string>> cases = {{}, {"127.0.0.1"}, {"127.0.0.1", "1"}};
-    for (const auto& args : cases) {
+    for (const std::vector<std::string>& args :
+         {std::vector<std::string>{}, {"127.0.0.1"}, {"127.0.0.1", "1"}}) {
         Child daemon(daemon_command(args));
         int status = -1;
         ASSERT_TRUE(daemon.wait_exit(10, &status));
@@ -31,10 +27,8 @@ TEST(Startup, FewerThanThreeArgumentsPrintTheUsageLineAndLogNothing) {
 TEST(Startup, ThreeArgumentsLogTheBannerAndLongArgumentsAreCut) {
     start_scenario(true);
     ConnectedDaemon run("/tmp/startup-banner/mnt", {std::string(300, 'd')});
-    const Handshake& hello = run.hello;
-    EXPECT_EQ(hello.domain, std::string(127, 'd'));
-    EXPECT_EQ(hello.userId, "");
-    EXPECT_EQ(hello.loginParam, "vintrago");
+    EXPECT_EQ(run.hello.domain, std::string(127, 'd'));
+    EXPECT_EQ(run.hello.userId + "|" + run.hello.loginParam, "|vintrago");
 
     const std::string rule = " ============================================";
     std::vector<std::string> messages = log_messages();
@@ -46,24 +40,23 @@ TEST(Startup, ThreeArgumentsLogTheBannerAndLongArgumentsAreCut) {
     const std::string args = "  --- 127.0.0.1 " + std::to_string(run.server.port()) + " ddd";
     EXPECT_EQ(messages[3].substr(0, args.size()), args);
     EXPECT_EQ(messages[3].size(), 255u - 24 - 3);
-    EXPECT_TRUE(run.daemon->running());
 }
 
 TEST(Startup, UnreachableServerIsTriedEverySecondAndTheHeartbeatWaitsForIt) {
     start_scenario(false);
-    PushServer server;
+    pushserver::PushServer server;
     ASSERT_TRUE(server.listen());
     const int port = server.port();
     server.stopListening();
     Child daemon(daemon_command({"127.0.0.1", std::to_string(port), "BOX", "10"}));
     sleep(3);
-    EXPECT_GE(count_of(daemon.output(), "Can't connect with the server\r\n"), 2);
-    EXPECT_LE(count_of(daemon.output(), "Can't connect with the server\r\n"), 4);
+    const int tries = count_of(daemon.output(), "Can't connect with the server\r\n");
+    EXPECT_TRUE(tries >= 2 && tries <= 4) << tries;
     // No quillo mount at all: a running heartbeat would already have ended the daemon.
     EXPECT_TRUE(daemon.running());
 
     ASSERT_TRUE(server.listen(port));
-    ASSERT_TRUE(server.waitForHandshake(0, seconds(5)));
+    ASSERT_TRUE(server.waitForHandshake(0, std::chrono::seconds(5)));
     int status = 0;
     ASSERT_TRUE(daemon.wait_exit(10, &status));
     EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL) << status;

@@ -6,7 +6,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <chrono>
 #include <cstdlib>
 #include <ctime>
@@ -19,9 +18,8 @@
 namespace hoxen_test {
 
 std::string read_file(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
     std::ostringstream text;
-    text << in.rdbuf();
+    text << std::ifstream(path, std::ios::binary).rdbuf();
     return text.str();
 }
 
@@ -31,8 +29,7 @@ void write_file(const std::string& path, const std::string& text, mode_t mode) {
 }
 
 bool file_exists(const std::string& path) {
-    struct stat st;
-    return stat(path.c_str(), &st) == 0;
+    return access(path.c_str(), F_OK) == 0;
 }
 
 int shell(const std::string& command) {
@@ -42,9 +39,8 @@ int shell(const std::string& command) {
 
 int count_of(const std::string& text, const std::string& piece) {
     int count = 0;
-    for (size_t at = text.find(piece); at != std::string::npos; at = text.find(piece, at + 1)) {
+    for (size_t at = text.find(piece); at != std::string::npos; at = text.find(piece, at + 1))
         ++count;
-    }
     return count;
 }
 
@@ -63,13 +59,12 @@ std::string daily_log_path() {
     struct tm when;
     localtime_r(&now, &when);
     char name[64];
-    strftime(name, sizeof(name), "pushclient_%Y%m%d.log", &when);
-    return std::string("/var/log/quillo/hoxen/") + name;
+    strftime(name, sizeof(name), "/var/log/quillo/hoxen/pushclient_%Y%m%d.log", &when);
+    return name;
 }
 
 std::vector<std::string> log_messages() {
-    const std::string text = read_file(daily_log_path());
-    const std::string end = " \r\n";
+    const std::string text = read_file(daily_log_path()), end = " \r\n";
     const size_t stamp = sizeof("[YYYY-MM-DD hh:mm:ss] : ") - 1;
     std::vector<std::string> messages;
     for (size_t at = 0, next; (next = text.find(end, at)) != std::string::npos;
@@ -98,7 +93,7 @@ Child::Child(const std::vector<std::string>& argv) {
 }
 
 Child::~Child() {
-    if (_pid > 0 && !_reaped) {
+    if (running()) {
         kill(_pid, SIGKILL);
         waitpid(_pid, nullptr, 0);
     }
@@ -108,28 +103,24 @@ Child::~Child() {
 
 const std::string& Child::output() {
     char chunk[4096];
-    ssize_t n;
-    while (_out >= 0 && (n = read(_out, chunk, sizeof(chunk))) > 0) _text.append(chunk, n);
+    for (ssize_t n; _out >= 0 && (n = read(_out, chunk, sizeof(chunk))) > 0;)
+        _text.append(chunk, n);
     return _text;
 }
 
 bool Child::wait_exit(double seconds, int* status) {
     if (_pid <= 0 || _reaped)
         return false;
-    bool ended = wait_until([&] { return waitpid(_pid, status, WNOHANG) == _pid; }, seconds);
-    _reaped = ended;
+    _reaped = wait_until([&] { return waitpid(_pid, status, WNOHANG) == _pid; }, seconds);
     output();
-    return ended;
+    return _reaped;
 }
 
 bool Child::running() {
     int status;
-    if (_pid <= 0 || _reaped)
-        return false;
-    if (waitpid(_pid, &status, WNOHANG) != _pid)
-        return true;
-    _reaped = true;
-    return false;
+    if (_pid > 0 && !_reaped && waitpid(_pid, &status, WNOHANG) == _pid)
+        _reaped = true;
+    return _pid > 0 && !_reaped;
 }
 
 std::vector<std::string> daemon_command(const std::vector<std::string>& args) {
@@ -158,36 +149,21 @@ void FakeCommands::runs(const std::string& name, const std::string& body) {
     write_file(_dir + "/" + name, "#!/bin/sh\n" + body + "\n", 0755);
 }
 
-ConnectedDaemon::ConnectedDaemon(const std::string& mountDir, std::vector<std::string> args)
-    : mount(mountDir) {
-    EXPECT_TRUE(server.listen());
-    args.insert(args.begin(), {"127.0.0.1", std::to_string(server.port())});
-    daemon = std::make_unique<Child>(daemon_command(args));
-    EXPECT_TRUE(server.waitForHandshake(0, std::chrono::seconds(10), &hello)) << daemon->output();
-}
-
 bool is_mount_point(const std::string& dir) {
-    std::istringstream mounts(read_file("/proc/self/mounts"));
-    std::string source, target, rest;
-    while (mounts >> source >> target && std::getline(mounts, rest)) {
-        if (target == dir)
-            return true;
-    }
-    return false;
+    return read_file("/proc/self/mounts").find(" " + dir + " ") != std::string::npos;
 }
 
 QuilloMount::QuilloMount(const std::string& dir) : _dir(dir) {
     EXPECT_EQ(shell("mkdir -p '" + dir + "'"), 0);
-    _fuse = new Child({HOXEN_BINARY_DIR "/tests/support/quillo_fuse", "-f", "-s", "-o",
-                       "fsname=quillo,subtype=quillo", dir});
-    if (!wait_until([&] { return mounted(); }, 10))
-        ADD_FAILURE() << "no quillo mount at " << dir;
+    _fuse = std::make_unique<Child>(
+        std::vector<std::string>{HOXEN_BINARY_DIR "/tests/support/quillo_fuse", "-f", "-s", "-o",
+                                 "fsname=quillo,subtype=quillo", dir});
+    EXPECT_TRUE(wait_until([&] { return mounted(); }, 10)) << "no quillo mount at " << dir;
 }
 
 QuilloMount::~QuilloMount() {
     if (mounted())
         unmount();
-    delete _fuse;
 }
 
 bool QuilloMount::mounted() const {
@@ -200,6 +176,14 @@ void QuilloMount::unmount() {
     _fuse->wait_exit(5, &status);
 }
 
+ConnectedDaemon::ConnectedDaemon(const std::string& mountDir, std::vector<std::string> args)
+    : mount(mountDir) {
+    EXPECT_TRUE(server.listen());
+    args.insert(args.begin(), {"127.0.0.1", std::to_string(server.port())});
+    daemon = std::make_unique<Child>(daemon_command(args));
+    EXPECT_TRUE(server.waitForHandshake(0, std::chrono::seconds(10), &hello)) << daemon->output();
+}
+
 void install_fake_checker(const std::string& record) {
     const std::string dir = "/brellium/orvaclient/integrity";
     EXPECT_EQ(shell("mkdir -p " + dir), 0);
@@ -209,8 +193,8 @@ void install_fake_checker(const std::string& record) {
 const char kCheckerRecord[] = "/tmp/checker.calls";
 
 void start_scenario(bool logging) {
-    // The log folder is there already: a first line that races the log's own background
-    // mkdir would be lost (the daily log test covers that path).
+    // The log folder is made here: a first line racing the log's own background mkdir would
+    // be lost (the daily log test covers that path).
     EXPECT_EQ(shell(std::string("rm -rf /var/log/quillo /tmp/logging.dat ") + kCheckerRecord +
                     " && mkdir -p /var/log/quillo/hoxen"),
               0);

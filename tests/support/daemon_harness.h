@@ -1,6 +1,6 @@
-// Helpers shared by the daemon's tests: child processes with their output on a pipe,
-// fake shell commands first on PATH, the FUSE stand-in for the quillo mount, and file
-// and log readers. Meant for one test thread; what a helper launches it also reaps.
+// Helpers shared by the daemon's tests: child processes with their output on a pipe, fake
+// shell commands first on PATH, the quillo FUSE mount (tools/quillo_fuse), file and log
+// readers. Meant for one test thread; what a helper launches it also reaps.
 #ifndef HOXEN_TESTS_SUPPORT_DAEMON_HARNESS_H
 #define HOXEN_TESTS_SUPPORT_DAEMON_HARNESS_H
 
@@ -15,32 +15,32 @@
 
 namespace hoxen_test {
 
-std::string read_file(const std::string& path);
+std::string read_file(const std::string& path);  // empty when missing
 void write_file(const std::string& path, const std::string& text, mode_t mode = 0644);
 bool file_exists(const std::string& path);
-// Runs a test's own command line through sh; returns its exit status.
+// Runs a test's own command line through sh; returns its exit status (-1 when killed).
 int shell(const std::string& command);
 // Number of (possibly overlapping) occurrences of `piece` in `text`.
 int count_of(const std::string& text, const std::string& piece);
-
 // Polls `done` every 20 ms for at most `seconds`; true once it held.
 bool wait_until(const std::function<bool()>& done, double seconds);
 
-// Today's daily log file of the daemon, by local time.
+// Today's daily log file of the daemon, by local time, and the messages of its lines
+// (stamps and line ends removed), in order.
 std::string daily_log_path();
+std::vector<std::string> log_messages();
 
-// A child process whose standard output the test reads through a pipe; its standard
-// error stays the test's own, so diagnostics show in the test log.
+// A child process whose standard output the test reads through a pipe; its standard error
+// stays the test's own. Destruction kills (SIGKILL) and reaps it if it still runs.
 class Child {
 public:
     explicit Child(const std::vector<std::string>& argv);
-    ~Child();  // kills the child (SIGKILL) if it still runs, and reaps it
+    ~Child();
     Child(const Child&) = delete;
     Child& operator=(const Child&) = delete;
 
     pid_t pid() const { return _pid; }
-    // Everything the child has written so far.
-    const std::string& output();
+    const std::string& output();  // everything written so far
     // Waits for the end of the child; true with its wait status once it ended.
     bool wait_exit(double seconds, int* status);
     bool running();
@@ -52,14 +52,15 @@ private:
     std::string _text;
 };
 
-// The daemon binary started with `args` (program name excluded).
+// The daemon binary's command line with `args` (program name excluded).
 std::vector<std::string> daemon_command(const std::vector<std::string>& args);
 
-// Shell scripts named like system commands in a fresh folder put first on PATH.
+// Shell scripts named like system commands in `dir` (made if missing), first on PATH until
+// destruction.
 class FakeCommands {
 public:
     explicit FakeCommands(const std::string& dir);
-    ~FakeCommands();  // restores PATH
+    ~FakeCommands();
     // The command prints `output` (kept in a file beside it, so it may be changed).
     void prints(const std::string& name, const std::string& output);
     // The command runs `body` (sh).
@@ -71,17 +72,18 @@ private:
     std::string _oldPath;
 };
 
-// The quillo_fuse stand-in mounted at `dir` (made if missing) as fsname and type quillo.
+// The quillo FUSE mount at `dir` (made if missing), fsname and type quillo; unmounted at
+// destruction if still mounted.
 class QuilloMount {
 public:
     explicit QuilloMount(const std::string& dir);
-    ~QuilloMount();  // unmounts if still mounted
+    ~QuilloMount();
     bool mounted() const;
     void unmount();
 
 private:
     std::string _dir;
-    Child* _fuse = nullptr;
+    std::unique_ptr<Child> _fuse;
 };
 
 // The daemon started with `args` against its own push server on 127.0.0.1, with the quillo
@@ -96,21 +98,16 @@ struct ConnectedDaemon {
     pushserver::Handshake hello;
 };
 
-// True while `mount` lists `dir` as a mount point.
+// True while /proc/self/mounts lists `dir` as a mount point.
 bool is_mount_point(const std::string& dir);
 
-// Writes the recording fake integrity checker: it appends its arguments, one call a
-// line, to `record`.
+// Installs the recording fake integrity checker: it appends its arguments, one call a line,
+// to `record`.
 void install_fake_checker(const std::string& record);
-
-// The messages of today's daily log lines, stamps and line ends removed, in order.
-std::vector<std::string> log_messages();
-
-// Where the fake integrity checker records its calls.
+// Where start_scenario's fake integrity checker records its calls.
 extern const char kCheckerRecord[];
-
-// Starts a daemon scenario afresh: an empty log folder, an empty checker record, the
-// fake checker installed, and the log switch file present or not.
+// Starts a daemon scenario afresh: an empty log folder, an empty checker record, the fake
+// checker installed, and the log switch file present or not.
 void start_scenario(bool logging);
 
 }  // namespace hoxen_test

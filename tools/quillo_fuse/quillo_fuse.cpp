@@ -1,8 +1,8 @@
 // A tiny read-only FUSE file system that stands in for the quillo storage daemon's
-// mount in the end-to-end tests: one directory holding one file, "status".
-// Mounted with -o fsname=quillo,subtype=quillo it is listed by mount as
-// "quillo on <dir> type fuse.quillo (...)". Run it in the foreground (-f); it exits
-// by itself once its mount point is unmounted.
+// mount in the end-to-end tests, the benchmarks and tools/demo: one directory holding one
+// file, "status". Mounted with -o fsname=quillo,subtype=quillo it is listed by mount as
+// "quillo on <dir> type fuse.quillo (...)". Run it in the foreground (-f); it exits by
+// itself once its mount point is unmounted.
 #define FUSE_USE_VERSION 31
 #include <fuse.h>
 
