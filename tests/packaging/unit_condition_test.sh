@@ -31,7 +31,7 @@ check unmet "no mount"
 mkdir -p /tmp/quillo /tmp/other
 mount -t tmpfs quillo-lookalike /tmp/other
 check unmet "a tmpfs named quillo"
-"$build_dir/tests/support/quillo_fuse" -f -s -o fsname=quillo,subtype=quillo /tmp/quillo &
+"$build_dir/tools/quillo_fuse/quillo_fuse" -f -s -o fsname=quillo,subtype=quillo /tmp/quillo &
 fuse=$!
 for _ in $(seq 50); do
   grep -q ' /tmp/quillo fuse.quillo ' /proc/self/mounts && break
