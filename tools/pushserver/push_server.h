@@ -1,4 +1,5 @@
-// A scripted push server for tests and operator tools: listens on 127.0.0.1, records every
+// A scripted push server for tests and operator tools: listens on an IPv4 address (127.0.0.1
+// unless told otherwise), records every
 // byte each client sends, and sends frames ("%04d" length + body) whole, in chunks or one byte
 // at a time, raw bytes, closes or resets connections. All members may be called from any
 // thread; one background thread accepts and reads. Connections are numbered 0, 1, 2, ... in
@@ -43,9 +44,10 @@ public:
     PushServer(const PushServer&) = delete;
     PushServer& operator=(const PushServer&) = delete;
 
-    // Listens on 127.0.0.1:port (0 picks a free port; a port used before may be given again
-    // after stopListening). False when the port cannot be bound or a listener is open.
-    bool listen(int port = 0);
+    // Listens on address:port (dotted IPv4 or "localhost"; 0 picks a free port; a port used
+    // before may be given again after stopListening). False when the address is not one,
+    // the port cannot be bound, or a listener is open.
+    bool listen(int port = 0, const char* address = "127.0.0.1");
     // The port of the last successful listen, 0 before.
     int port() const;
     // Closes the listener: new connects are refused; accepted connections stay.

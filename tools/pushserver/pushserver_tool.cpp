@@ -97,19 +97,14 @@ int toolMain(int argc, char** argv) {
         fputs(usageText(), stdout);
         return 0;
     }
-    // The push_server library binds the loopback address only.
-    if (options.address != "127.0.0.1" && options.address != "localhost") {
-        fprintf(stderr, "hoxen-pushserver: can listen on 127.0.0.1 only, not %s\n",
-                options.address.c_str());
-        return 2;
-    }
     PushServer server;
-    if (!server.listen(options.port)) {
-        fprintf(stderr, "hoxen-pushserver: cannot listen on 127.0.0.1:%d\n", options.port);
+    if (!server.listen(options.port, options.address.c_str())) {
+        fprintf(stderr, "hoxen-pushserver: cannot listen on %s:%d\n", options.address.c_str(),
+                options.port);
         return 1;
     }
     ClientWatcher watcher(server);
-    watcher.say(-1, "listening on 127.0.0.1:" + std::to_string(server.port()));
+    watcher.say(-1, "listening on " + options.address + ":" + std::to_string(server.port()));
     ScriptRunner runner(server, watcher, options.limitSeconds);
     if (options.script.empty()) {
         runInput(runner, watcher);
