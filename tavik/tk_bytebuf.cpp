@@ -5,7 +5,6 @@
 
 #include <new>
 
-
 namespace tavik {
 
 bytebuf::bytebuf(size_t unit)
@@ -13,7 +12,9 @@ bytebuf::bytebuf(size_t unit)
     reserve(increaseSizeUnit);
 }
 
-bytebuf::~bytebuf() { delete[] buffer; }
+bytebuf::~bytebuf() {
+    delete[] buffer;
+}
 
 bool bytebuf::reserve(size_t needed) {
     if (needed <= size) {

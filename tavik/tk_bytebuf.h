@@ -22,12 +22,12 @@ public:
     void put(unsigned char c);
     void put(const char* text);
     void put(const char* bytes, size_t n);
-    void reset() { pos = 0; }                  // empties, keeps the storage
-    char* getEx() const;                       // heap copy of the filled bytes, NUL-ended;
-                                               // null when empty
+    void reset() { pos = 0; }  // empties, keeps the storage
+    char* getEx() const;       // heap copy of the filled bytes, NUL-ended;
+                               // null when empty
     size_t getFilledSize() const { return static_cast<size_t>(pos); }
     const unsigned char* get() const { return buffer; }  // filled bytes, not NUL-ended
-    void clear();                              // empties and frees the storage
+    void clear();                                        // empties and frees the storage
 
     unsigned char* buffer;
     size_t size;              // bytes allocated

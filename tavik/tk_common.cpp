@@ -24,9 +24,13 @@ char* copyBytes(const char* s, size_t n) {
 
 }  // namespace
 
-char* newString(const char* s) { return s ? copyBytes(s, strlen(s)) : nullptr; }
+char* newString(const char* s) {
+    return s ? copyBytes(s, strlen(s)) : nullptr;
+}
 
-char* newString(const char* s, size_t n) { return (s && n) ? copyBytes(s, n) : nullptr; }
+char* newString(const char* s, size_t n) {
+    return (s && n) ? copyBytes(s, n) : nullptr;
+}
 
 char* newString(const char* s, int from, size_t n) {
     return (s && n && from >= 0) ? copyBytes(s + from, n) : nullptr;
@@ -56,9 +60,13 @@ char* newFormatString(const char* fmt, ...) {
     return out;
 }
 
-char* makeString(const char* s) { return g_rav[newString(s)]; }
+char* makeString(const char* s) {
+    return g_rav[newString(s)];
+}
 
-char* makeString(const char* s, size_t n) { return n ? g_rav[newString(s, n)] : nullptr; }
+char* makeString(const char* s, size_t n) {
+    return n ? g_rav[newString(s, n)] : nullptr;
+}
 
 char* makeString(const char* s, int from, size_t n) {
     return n ? g_rav[newString(s, from, n)] : nullptr;
@@ -207,20 +215,30 @@ uint64_t parseDigits(const char* s, int base, bool badAsMinusOne) {
 
 }  // namespace
 
-unsigned int xtoi(const char* s) { return static_cast<unsigned int>(parseDigits(s, 16, false)); }
+unsigned int xtoi(const char* s) {
+    return static_cast<unsigned int>(parseDigits(s, 16, false));
+}
 
-long long xtoll(const char* s) { return static_cast<long long>(parseDigits(s, 16, true)); }
+long long xtoll(const char* s) {
+    return static_cast<long long>(parseDigits(s, 16, true));
+}
 
-unsigned int otoi(const char* s) { return static_cast<unsigned int>(parseDigits(s, 8, false)); }
+unsigned int otoi(const char* s) {
+    return static_cast<unsigned int>(parseDigits(s, 8, false));
+}
 
-long long otoll(const char* s) { return static_cast<long long>(parseDigits(s, 8, false)); }
+long long otoll(const char* s) {
+    return static_cast<long long>(parseDigits(s, 8, false));
+}
 
 long long getLongLong(long low, long high) {
     uint64_t hi = static_cast<uint64_t>(high) & 0xffffffffu;
     return static_cast<long long>((hi << 32) | static_cast<uint64_t>(low));
 }
 
-long getLowLong(long long v) { return static_cast<long>(v); }
+long getLowLong(long long v) {
+    return static_cast<long>(v);
+}
 
 long getHighLong(long long v) {
     return static_cast<long>((static_cast<uint64_t>(v) >> 32) & 0xffffffffu);

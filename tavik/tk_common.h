@@ -151,16 +151,16 @@ private:
 };
 
 // Heap texts, owned by the caller.
-char* newString(const char* s);                         // null for null s
-char* newString(const char* s, size_t n);               // n bytes + NUL; null if s null or n 0
-char* newString(const char* s, int from, size_t n);     // also null if from < 0
+char* newString(const char* s);                      // null for null s
+char* newString(const char* s, size_t n);            // n bytes + NUL; null if s null or n 0
+char* newString(const char* s, int from, size_t n);  // also null if from < 0
 char* newFormatString(const char* fmt, ...) TAVIK_PRINTF(1, 2);  // null for null fmt
 char* newFormatStringV(const char* fmt, va_list args);
 
 // Scratch texts, owned by the pool.
 char* makeString(const char* s);
-char* makeString(const char* s, size_t n);              // null when n is 0
-char* makeString(const char* s, int from, size_t n);    // null when n is 0
+char* makeString(const char* s, size_t n);            // null when n is 0
+char* makeString(const char* s, int from, size_t n);  // null when n is 0
 char* makeFormatString(const char* fmt, ...) TAVIK_PRINTF(1, 2);
 
 // Scratch copies; only the blank (0x20) is trimmed. Null in, null out.
@@ -168,7 +168,7 @@ char* trim(const char* s);
 char* ltrim(const char* s);
 char* rtrim(const char* s);
 char* replaceWith(const char* s, char from, char to);
-char* safeVF(const char* s);          // every % doubled: safe to use as a format
+char* safeVF(const char* s);             // every % doubled: safe to use as a format
 char* killToken(const char* s, char c);  // every c removed
 
 // In place: converts s and returns it.
@@ -184,7 +184,7 @@ long long otoll(const char* s);
 
 long long getLongLong(long low, long high);  // high's low 32 bits << 32 | low
 long getLowLong(long long v);
-long getHighLong(long long v);               // bits 32 to 63
+long getHighLong(long long v);  // bits 32 to 63
 
 // prefix followed by a number that is new on each call. The text lives in a
 // per-thread buffer, overwritten by the same thread's next call.
@@ -195,7 +195,9 @@ namespace uuid {
 char* randomUUID();
 }  // namespace uuid
 
-inline const char* uni_format(const char* s) { return s; }
+inline const char* uni_format(const char* s) {
+    return s;
+}
 
 }  // namespace tavik
 

@@ -20,7 +20,7 @@ namespace tavik {
 class baseHash {
 public:
     baseHash() : count(0), _size(0), neededSort(false) {}
-    virtual int hashkeyCompare(void* a, void* b) = 0;             // two records
+    virtual int hashkeyCompare(void* a, void* b) = 0;                // two records
     virtual int hashkeyCompare4search(void* key, void* record) = 0;  // key vs record
     virtual ~baseHash() {}
 
@@ -161,9 +161,7 @@ public:
         if (!neededSort) {
             return;
         }
-        auto less = [](const hashData& a, const hashData& b) {
-            return compare(a.key, b.key) < 0;
-        };
+        auto less = [](const hashData& a, const hashData& b) { return compare(a.key, b.key) < 0; };
         std::sort(_data + sortedCount, _data + count, less);
         std::inplace_merge(_data, _data + sortedCount, _data + count, less);
         sortedCount = count;
@@ -176,9 +174,7 @@ public:
     hashData* _data;
 
 private:
-    static int compare(const A& a, const A& b) {
-        return detail::compareHashKeys<ignoreCase>(a, b);
-    }
+    static int compare(const A& a, const A& b) { return detail::compareHashKeys<ignoreCase>(a, b); }
     static int sign(int c) { return c == 0 ? 0 : (c < 0 ? -1 : 1); }
 
     hashData* bisect(const A& key) {
@@ -233,7 +229,7 @@ private:
         }
     }
 
-    size_t sortedCount;          // _data[0, sortedCount) is in key order
+    size_t sortedCount;           // _data[0, sortedCount) is in key order
     size_t maxUnsortedTail = 32;  // appends allowed before put merges them
 };
 

@@ -4,7 +4,6 @@
 #include <stdlib.h>
 #include <string.h>
 
-
 #include "tavik/tk_common.h"
 
 namespace tavik {

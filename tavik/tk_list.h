@@ -27,8 +27,8 @@ public:
     list& operator=(const list&) = delete;
 
     listitem* addTail(A item) {
-        listitem* it = new listitem{const_cast<void*>(static_cast<const void*>(item)), itemTail,
-                                    nullptr};
+        listitem* it =
+            new listitem{const_cast<void*>(static_cast<const void*>(item)), itemTail, nullptr};
         if (itemTail == nullptr) {
             itemHead = it;
         } else {

@@ -17,11 +17,17 @@ void linux_sleep(int ms) {
     }
 }
 
-int uni_mkdir(const char* path) { return mkdir(path, 040077); }
+int uni_mkdir(const char* path) {
+    return mkdir(path, 040077);
+}
 
-char pathtoken() { return '/'; }
+char pathtoken() {
+    return '/';
+}
 
-const char* str_pathtoken() { return "/"; }
+const char* str_pathtoken() {
+    return "/";
+}
 
 void app_init() {}
 

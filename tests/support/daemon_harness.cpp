@@ -156,8 +156,8 @@ bool is_mount_point(const std::string& dir) {
 QuilloMount::QuilloMount(const std::string& dir) : _dir(dir) {
     EXPECT_EQ(shell("mkdir -p '" + dir + "'"), 0);
     _fuse = std::make_unique<Child>(
-        std::vector<std::string>{HOXEN_BINARY_DIR "/tools/quillo_fuse/quillo_fuse", "-f", "-s", "-o",
-                                 "fsname=quillo,subtype=quillo", dir});
+        std::vector<std::string>{HOXEN_BINARY_DIR "/tools/quillo_fuse/quillo_fuse", "-f", "-s",
+                                 "-o", "fsname=quillo,subtype=quillo", dir});
     EXPECT_TRUE(wait_until([&] { return mounted(); }, 10)) << "no quillo mount at " << dir;
 }
 

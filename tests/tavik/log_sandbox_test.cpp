@@ -42,7 +42,9 @@ protected:
         ASSERT_EQ(0, system("rm -rf /var/log/quillo /tmp/logging.dat"));
     }
     void switchOn() { std::ofstream("/tmp/logging.dat") << ""; }
-    std::string today() { return readFile(formatTime(time(nullptr), "/var/log/quillo/%Y%m/%d.log")); }
+    std::string today() {
+        return readFile(formatTime(time(nullptr), "/var/log/quillo/%Y%m/%d.log"));
+    }
 };
 
 }  // namespace

@@ -43,8 +43,9 @@ protected:
 }  // namespace
 
 TEST_F(ProfileTest, LoadFollowsTheFileFormat) {
-    write("x=before any section\n[]\ne=empty\n[\n[Section] trailing\n-c=comment\n Key = 1 \n"
-          " a = b=c \nline = a b \r\nno equals sign\n[open\nafter=open\n");
+    write(
+        "x=before any section\n[]\ne=empty\n[\n[Section] trailing\n-c=comment\n Key = 1 \n"
+        " a = b=c \nline = a b \r\nno equals sign\n[open\nafter=open\n");
     profile p(false);
     ASSERT_TRUE(p.loadDirect(path.c_str()));
     EXPECT_EQ(p.sectionTable.count, 2u);  // "[" and "[open" are no headers

@@ -90,11 +90,14 @@ TEST(StringTest, ReadsClampToTheText) {
     EXPECT_STREQ("", empty);
     EXPECT_EQ(empty, tavik::string().substring(0, 0));  // one static text, not pooled
     EXPECT_NE(s.get(), s.substring(0, -1));
-    const struct { const char* got; const char* want; } slices[] = {
-        {s.substring(2, -1), "cdef"}, {s.substring(1, 3), "bc"},    {s.mid(2, 0), "cdef"},
-        {s.right(2), "ef"},           {s.cutTail(2), "abcd"},       {s.substring(2, 100), "cdef"},
-        {s.substring(10, -1), ""},    {s.substring(4, 2), ""},      {s.left(100), "abcdef"},
-        {s.right(100), "abcdef"},     {s.mid(4, 100), "ef"},        {s.cutTail(100), ""},
+    const struct {
+        const char* got;
+        const char* want;
+    } slices[] = {
+        {s.substring(2, -1), "cdef"}, {s.substring(1, 3), "bc"}, {s.mid(2, 0), "cdef"},
+        {s.right(2), "ef"},           {s.cutTail(2), "abcd"},    {s.substring(2, 100), "cdef"},
+        {s.substring(10, -1), ""},    {s.substring(4, 2), ""},   {s.left(100), "abcdef"},
+        {s.right(100), "abcdef"},     {s.mid(4, 100), "ef"},     {s.cutTail(100), ""},
     };
     for (const auto& slice : slices) {
         EXPECT_STREQ(slice.want, slice.got);
@@ -129,7 +132,8 @@ TEST(StringTest, SplitDropsInnerAndLeadingEmptyPiecesButKeepsTheLast) {
     EXPECT_EQ((Pieces{"a,b"}), piecesOf("a,b", nullptr));
     EXPECT_EQ(0u, std::unique_ptr<strArr>(tavik::string().split(","))->length);
     EXPECT_EQ(nullptr, tavik::string().split2vector(","));
-    EXPECT_EQ(3u, std::unique_ptr<tavik::text_vector>(tavik::string(",a,b,").split2vector(","))->size());
+    EXPECT_EQ(
+        3u, std::unique_ptr<tavik::text_vector>(tavik::string(",a,b,").split2vector(","))->size());
 }
 
 TEST(StringTest, WildmaskIgnoresCaseAndQuestionMarkNeverMatchesDot) {

@@ -66,8 +66,8 @@ time_t expectedAdd(time_t at, long offset, datetime::Type type, long long n) {
         }
     }
     static const long long unit[] = {0, 1, 60, 3600, 86400, 0, 0};
-    long long seconds = dayNumber(y, m, d) * 86400 + t.tm_hour * 3600LL + t.tm_min * 60 +
-                        t.tm_sec + n * unit[type];
+    long long seconds =
+        dayNumber(y, m, d) * 86400 + t.tm_hour * 3600LL + t.tm_min * 60 + t.tm_sec + n * unit[type];
     long long day = floorDiv(seconds, 86400);
     for (y = day / 366; dayNumber(y + 1, 1, 1) <= day;) {
         ++y;
