@@ -5,6 +5,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <sstream>
+#include <thread>
 
 #include <gtest/gtest.h>
 
@@ -99,7 +100,7 @@ void HostileRun::expect_all_delivered(double seconds) {
     EXPECT_TRUE(done) << count_of(daemon->output(), prefix) << " printed, "
                       << count_of(read_file(kCheckerRecord), "m\n") << " checks of " << expected;
     // Checkers still starting would show late.
-    wait_until([] { return false; }, 0.3);
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
     const std::string& out = daemon->output();
     EXPECT_EQ(count_of(out, prefix), expected);
     EXPECT_EQ(count_of(read_file(kCheckerRecord), "m\n"), expected);
@@ -107,15 +108,26 @@ void HostileRun::expect_all_delivered(double seconds) {
         EXPECT_EQ(count_of(out, prefix + text + "\r\n"), 1) << text.substr(0, 60);
 }
 
+Footprint HostileRun::footprint() {
+    Footprint least = footprint_of(daemon->pid());
+    for (int i = 0; i < 10; ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        Footprint f = footprint_of(daemon->pid());
+        if (f.threads < least.threads)
+            least = f;
+    }
+    return least;
+}
+
 void HostileRun::expect_footprint_kept(const Footprint& before) {
     Footprint now;
     wait_until(
         [&] {
             now = footprint();
-            return now.threads == before.threads && now.fds <= before.fds + 1;
+            return now.threads <= before.threads && now.fds <= before.fds + 1;
         },
         5);
-    EXPECT_EQ(now.threads, before.threads) << describe(before) << " -> " << describe(now);
+    EXPECT_LE(now.threads, before.threads) << describe(before) << " -> " << describe(now);
     EXPECT_LE(std::abs(now.fds - before.fds), 1) << describe(before) << " -> " << describe(now);
     if (!sanitizer_build()) {
         EXPECT_LE(now.rssKib - before.rssKib, kRssSlackKib)
