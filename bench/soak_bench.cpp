@@ -42,6 +42,7 @@ int main(int argc, char** argv) {
     auto uniform = [&](int lo, int hi) {
         return std::uniform_int_distribution<int>(lo, hi)(random);
     };
+    setvbuf(stdout, nullptr, _IOLBF, 0);
     printf("soak: %d s, seed %u\n", runSeconds, seed);
 
     start_scenario(true);

@@ -38,14 +38,17 @@ TEST(HostileFrames, BrokenHeadersAndOddBodiesNeitherLoseNorRepeatMessages) {
             ASSERT_TRUE(run.server.sendRaw(0, noBody[i]));
             ASSERT_TRUE(run.message(0, "after header " + std::to_string(i) + r));
         }
-        // Full-length bodies: printed up to a NUL, high bytes passed as they are.
-        const std::string nul = big_body("nul" + r, true), high = big_body("high" + r, false);
-        ASSERT_TRUE(run.message(0, nul.substr(3), nul.substr(3, 5000 - 3)));
-        ASSERT_TRUE(run.message(0, high.substr(3)));
-        // Full-length bodies that are no message: nothing printed, nothing started.
-        ASSERT_TRUE(run.server.sendFrame(0, std::string(9999, '\0')));
-        ASSERT_TRUE(run.server.sendFrame(0, "#7:" + high.substr(3)));
-        ASSERT_TRUE(run.server.sendFrame(0, std::string(9999, ':')));
+        // Full-length bodies, enough of them that a body kept per frame would show in memory:
+        // printed up to a NUL, high bytes passed as they are; no message, nothing started.
+        for (int i = 0; i < 8; ++i) {
+            const std::string id = r + "." + std::to_string(i);
+            const std::string nul = big_body("nul" + id, true), high = big_body("high" + id, false);
+            ASSERT_TRUE(run.message(0, nul.substr(3), nul.substr(3, 5000 - 3)));
+            ASSERT_TRUE(run.message(0, high.substr(3)));
+            ASSERT_TRUE(run.server.sendFrame(0, std::string(9999, '\0')));
+            ASSERT_TRUE(run.server.sendFrame(0, "#7:" + high.substr(3)));
+            ASSERT_TRUE(run.server.sendFrame(0, std::string(9999, ':')));
+        }
         // A frame dripped a byte every 100 ms is assembled and dispatched once.
         ASSERT_TRUE(run.server.sendFrameBytewise(0, "#1:drip" + r, milliseconds(100)));
         run.expect_printed("drip" + r);

@@ -3,6 +3,7 @@
 #include <dirent.h>
 
 #include <chrono>
+#include <cstdio>
 #include <cstdlib>
 #include <sstream>
 #include <thread>
@@ -127,6 +128,7 @@ void HostileRun::expect_footprint_kept(const Footprint& before) {
             return now.threads <= before.threads && now.fds <= before.fds + 1;
         },
         5);
+    printf("footprint: %s -> %s\n", describe(before).c_str(), describe(now).c_str());
     EXPECT_LE(now.threads, before.threads) << describe(before) << " -> " << describe(now);
     EXPECT_LE(std::abs(now.fds - before.fds), 1) << describe(before) << " -> " << describe(now);
     if (!sanitizer_build()) {
