@@ -5,8 +5,11 @@
 // lives until the session has let go of it and its reader has left it.
 #pragma once
 
+#include <sys/types.h>
+
 #include <atomic>
 #include <deque>
+#include <functional>
 #include <memory>
 
 #include "tavik/tk_mutex.h"
@@ -32,8 +35,20 @@ public:
     // the wait runs its full length, since only that thread reports.
     void _disconnect();
 
-    // The receive thread's body.
+    // The receive thread's body: receiveFrames() from the socket handed to this thread.
     virtual void run() override;
+
+    // Where the receive loop reads the server's bytes. read answers as the socket's recv
+    // does: a byte count, sErrTimeout when nothing came within the wait, 0 when the peer has
+    // closed, below 0 on an error; it may throw. current tells whether the session still
+    // reads from this source (a later connect or _disconnect takes it away).
+    struct byteSource {
+        std::function<ssize_t(char* buf, unsigned int n, long waitSeconds, long waitMillis)> read;
+        std::function<bool()> current;
+    };
+    // Reads frames from source and raises their events until the loop ends; does not set
+    // stopped (run() does, once it has let go of the socket).
+    void receiveFrames(const byteSource& source);
 
     virtual void onDisconnected() = 0;
     virtual void onError(const char* message) = 0;
@@ -65,8 +80,8 @@ private:
     void startReader(const std::shared_ptr<tavik::socks>& s);
     std::shared_ptr<tavik::socks> takeOver();
 
-    bool receiveFrame(const std::shared_ptr<tavik::socks>& s);
-    readOutcome readFully(const std::shared_ptr<tavik::socks>& s, char* buf, int length, bool body);
+    bool receiveFrame(const byteSource& source);
+    readOutcome readFully(const byteSource& source, char* buf, int length, bool body);
     void dispatch(const char* body);
 
     tavik::mutex sockGuard;

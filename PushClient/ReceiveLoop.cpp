@@ -26,15 +26,26 @@ const char* textOf(const char* s) {
 
 void BasePushClient::run() {
     std::shared_ptr<tavik::socks> own = takeOver();
-    while (own && receiveFrame(own)) {
+    if (own) {
+        // The source holds no share of the socket: only `own` keeps it for this thread.
+        tavik::socks* s = own.get();
+        receiveFrames({[s](char* buf, unsigned int n, long waitSeconds, long waitMillis) {
+                           return s->recv(buf, n, waitSeconds, waitMillis);
+                       },
+                       [this, &own] { return isCurrent(own); }});
     }
     // Let go of the socket first, so that a _disconnect waiting below finds it closed.
     own.reset();
     stopped = true;
 }
 
+void BasePushClient::receiveFrames(const byteSource& source) {
+    while (receiveFrame(source)) {
+    }
+}
+
 // One pass of the loop: false when the thread is to end.
-bool BasePushClient::receiveFrame(const std::shared_ptr<tavik::socks>& s) {
+bool BasePushClient::receiveFrame(const byteSource& source) {
     if (stopRequested) {
         return false;
     }
@@ -49,7 +60,7 @@ bool BasePushClient::receiveFrame(const std::shared_ptr<tavik::socks>& s) {
         }
     }
     char header[headerSize + 1] = {};
-    if (readFully(s, header, headerSize, false) != readComplete) {
+    if (readFully(source, header, headerSize, false) != readComplete) {
         return false;
     }
     int length = atoi(header);
@@ -57,12 +68,12 @@ bool BasePushClient::receiveFrame(const std::shared_ptr<tavik::socks>& s) {
         return true;
     }
     std::unique_ptr<char[]> body(new char[length + 1]);
-    if (readFully(s, body.get(), length, true) != readComplete) {
+    if (readFully(source, body.get(), length, true) != readComplete) {
         return false;
     }
     // The peer does not terminate the body; an embedded NUL ends its text.
     body[length] = '\0';
-    if (!isCurrent(s)) {
+    if (!source.current()) {
         return false;
     }
     dispatch(body.get());
@@ -72,13 +83,13 @@ bool BasePushClient::receiveFrame(const std::shared_ptr<tavik::socks>& s) {
 // Reads exactly length bytes, waiting a second at a time for as long as the peer is quiet.
 // Raises onDisconnected where the connection ends under the reader; a socket that a later
 // connect or _disconnect has taken away ends the read without an event.
-BasePushClient::readOutcome BasePushClient::readFully(const std::shared_ptr<tavik::socks>& s,
-                                                      char* buf, int length, bool body) {
+BasePushClient::readOutcome BasePushClient::readFully(const byteSource& source, char* buf,
+                                                      int length, bool body) {
     int n = 0;
-    while (n < length && isCurrent(s)) {
+    while (n < length && source.current()) {
         ssize_t got;
         try {
-            got = s->recv(buf + n, static_cast<unsigned int>(length - n), readWaitSeconds, 0);
+            got = source.read(buf + n, static_cast<unsigned int>(length - n), readWaitSeconds, 0);
         } catch (...) {
             if (body) {
                 connected = false;
@@ -95,7 +106,7 @@ BasePushClient::readOutcome BasePushClient::readFully(const std::shared_ptr<tavi
         }
         if (got <= 0) {
             // The socket stays in the session, so that the handler may connect again.
-            if (isCurrent(s)) {
+            if (source.current()) {
                 onDisconnected();
             }
             return readEnded;

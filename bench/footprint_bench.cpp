@@ -6,39 +6,13 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <sstream>
 #include <string>
 #include <thread>
 
-#include "tests/support/daemon_harness.h"
+#include "tests/support/hostile_run.h"
 #include "tools/pushserver/push_server.h"
 
 using namespace hoxen_test;
-
-namespace {
-
-// User plus system CPU time of `pid`, in clock ticks.
-long cpu_ticks(pid_t pid) {
-    std::istringstream stat(read_file("/proc/" + std::to_string(pid) + "/stat"));
-    std::string field;
-    long utime = 0, stime = 0;
-    stat.ignore(1 << 20, ')');  // the process name may hold blanks
-    for (int i = 3; i <= 15 && stat >> field; ++i) {
-        if (i == 14)
-            utime = atol(field.c_str());
-        if (i == 15)
-            stime = atol(field.c_str());
-    }
-    return utime + stime;
-}
-
-long rss_kib(pid_t pid) {
-    std::string status = read_file("/proc/" + std::to_string(pid) + "/status");
-    size_t at = status.find("VmRSS:");
-    return at == std::string::npos ? -1 : atol(status.c_str() + at + 6);
-}
-
-}  // namespace
 
 int main(int argc, char** argv) {
     const int idleSeconds = argc > 1 ? atoi(argv[1]) : 60;
@@ -53,16 +27,16 @@ int main(int argc, char** argv) {
     // One heartbeat pause first: its first mount listing touches pages once for good.
     std::this_thread::sleep_for(std::chrono::seconds(5));
     const long ticksPerSecond = sysconf(_SC_CLK_TCK);
-    long startTicks = cpu_ticks(daemon.pid());
-    long rssFirst = rss_kib(daemon.pid()), rssMax = rssFirst;
+    long startTicks = footprint_of(daemon.pid()).cpuTicks;
+    long rssFirst = footprint_of(daemon.pid()).rssKib, rssMax = rssFirst;
     auto start = std::chrono::steady_clock::now();
     for (int s = 0; s < idleSeconds; ++s) {
         std::this_thread::sleep_for(std::chrono::seconds(1));
-        rssMax = std::max(rssMax, rss_kib(daemon.pid()));
+        rssMax = std::max(rssMax, footprint_of(daemon.pid()).rssKib);
     }
     double wall = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-    double cpu = double(cpu_ticks(daemon.pid()) - startTicks) / ticksPerSecond;
-    long rssLast = rss_kib(daemon.pid());
+    double cpu = double(footprint_of(daemon.pid()).cpuTicks - startTicks) / ticksPerSecond;
+    long rssLast = footprint_of(daemon.pid()).rssKib;
     printf(
         "idle %.0f s: cpu %.3f s (%.3f %% of one core), rss first %ld KiB, last %ld KiB, max %ld "
         "KiB\n",
@@ -78,6 +52,7 @@ int main(int argc, char** argv) {
     double took =
         std::chrono::duration<double>(std::chrono::steady_clock::now() - burstStart).count();
     printf("burst of %d messages: %d checker launches, %.1f s, rss after %ld KiB, daemon %s\n",
-           burst, launches(), took, rss_kib(daemon.pid()), daemon.running() ? "running" : "gone");
+           burst, launches(), took, footprint_of(daemon.pid()).rssKib,
+           daemon.running() ? "running" : "gone");
     return launches() == burst ? 0 : 1;
 }
