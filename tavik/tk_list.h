@@ -16,6 +16,40 @@ struct listitem {
     listitem* next;
 };
 
+namespace detail {
+
+// The linking shared by list and vector: items {pData, prev, next} between a head and a tail.
+template <typename Item>
+Item* appendItem(Item*& head, Item*& tail, size_t& count, const void* data) {
+    Item* it = new Item{const_cast<void*>(data), tail, nullptr};
+    (tail ? tail->next : head) = it;
+    tail = it;
+    ++count;
+    return it;
+}
+
+// Unlinks and deletes one item; its data is the caller's.
+template <typename Item>
+void unlinkItem(Item*& head, Item*& tail, size_t& count, Item* it) {
+    (it->prev ? it->prev->next : head) = it->next;
+    (it->next ? it->next->prev : tail) = it->prev;
+    delete it;
+    --count;
+}
+
+// The data at *pos, advancing *pos; null when *pos is null.
+template <typename T, typename Item>
+T nextItem(Item** pos) {
+    if (pos == nullptr || *pos == nullptr) {
+        return nullptr;
+    }
+    void* data = (*pos)->pData;
+    *pos = (*pos)->next;
+    return static_cast<T>(data);
+}
+
+}  // namespace detail
+
 template <typename T, typename A = T>
 class list {
     static_assert(std::is_pointer<T>::value, "list holds pointers");
@@ -27,30 +61,14 @@ public:
     list& operator=(const list&) = delete;
 
     listitem* addTail(A item) {
-        listitem* it =
-            new listitem{const_cast<void*>(static_cast<const void*>(item)), itemTail, nullptr};
-        if (itemTail == nullptr) {
-            itemHead = it;
-        } else {
-            itemTail->next = it;
-        }
-        itemTail = it;
-        ++count;
-        return it;
+        return detail::appendItem(itemHead, itemTail, count, static_cast<const void*>(item));
     }
 
     size_t getCount() const { return count; }
     listitem* getHeadPosition() const { return itemHead; }
 
     // Returns the data at *pos and advances *pos; null when *pos is null.
-    T getNext(listitem** pos) const {
-        if (pos == nullptr || *pos == nullptr) {
-            return nullptr;
-        }
-        void* data = (*pos)->pData;
-        *pos = (*pos)->next;
-        return static_cast<T>(data);
-    }
+    T getNext(listitem** pos) const { return detail::nextItem<T>(pos); }
 
     // The data at position index, null past the end (walks from the head).
     T getAt(size_t index) const {
@@ -65,7 +83,7 @@ public:
     bool removeData(T data) {
         for (listitem* it = itemHead; it != nullptr; it = it->next) {
             if (it->pData == static_cast<const void*>(data)) {
-                unlink(it);
+                detail::unlinkItem(itemHead, itemTail, count, it);
                 return true;
             }
         }
@@ -94,14 +112,6 @@ public:
     listitem* itemHead;
     listitem* itemTail;
     size_t count;
-
-private:
-    void unlink(listitem* it) {
-        (it->prev ? it->prev->next : itemHead) = it->next;
-        (it->next ? it->next->prev : itemTail) = it->prev;
-        delete it;
-        --count;
-    }
 };
 
 }  // namespace tavik

@@ -9,6 +9,8 @@
 
 #include <type_traits>
 
+#include "tavik/tk_list.h"
+
 namespace tavik {
 
 struct vectoritem {
@@ -28,45 +30,22 @@ public:
     vector& operator=(const vector&) = delete;
 
     vectoritem* add(T item) {
-        vectoritem* it = new vectoritem{static_cast<void*>(item), itemTail, nullptr};
-        if (itemTail == nullptr) {
-            itemHead = it;
-        } else {
-            itemTail->next = it;
-        }
-        itemTail = it;
-        ++count;
-        return it;
+        return detail::appendItem(itemHead, itemTail, count, static_cast<const void*>(item));
     }
 
     size_t size() const { return count; }
     vectoritem* getFirstPos() const { return itemHead; }
 
     // Returns the data at *pos and advances *pos; null when *pos is null.
-    T getNext(vectoritem** pos) const {
-        if (pos == nullptr || *pos == nullptr) {
-            return nullptr;
-        }
-        void* data = (*pos)->pData;
-        *pos = (*pos)->next;
-        return static_cast<T>(data);
-    }
+    T getNext(vectoritem** pos) const { return detail::nextItem<T>(pos); }
 
     // Unlinks the oldest item and, when owned, deletes its data.
     void removeFirst() {
-        vectoritem* head = itemHead;
-        if (head == nullptr) {
+        if (itemHead == nullptr) {
             return;
         }
-        itemHead = head->next;
-        if (itemHead != nullptr) {
-            itemHead->prev = nullptr;
-        } else {
-            itemTail = nullptr;
-        }
-        dispose(static_cast<T>(head->pData));
-        delete head;
-        --count;
+        dispose(static_cast<T>(itemHead->pData));
+        detail::unlinkItem(itemHead, itemTail, count, itemHead);
     }
 
     void removeAll() {
