@@ -92,6 +92,13 @@ public:
             old->value = value;
             return 1;
         }
+        append(key, value);
+        return 1;
+    }
+
+    // Adds a key the caller knows to be absent (find() said so), skipping
+    // put()'s duplicate check.
+    void append(A key, T value) {
         if (count >= _size - 1) {
             grow();
         }
@@ -104,7 +111,6 @@ public:
         if (count - sortedCount > maxUnsortedTail) {
             sort();
         }
-        return 1;
     }
 
     T get(A key) {

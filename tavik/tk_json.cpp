@@ -118,7 +118,7 @@ jsonObject* json::_member(const char* key, bool* found) {
 }
 
 void json::_adopt(char* key, jsonObject* node) {
-    props.put(key, node);
+    props.append(key, node);  // callers looked the key up first
     keyTable.addTail(key);
 }
 
