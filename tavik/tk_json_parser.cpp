@@ -285,6 +285,15 @@ size_t clean(const char* s, size_t n, char* out, groupMarks* marks = nullptr) {
     size_t o = 0;
     bool inString = false;
     for (size_t i = 0; i < n; i++) {
+        if (inString) {
+            // Inside a string only a quote or a backslash means anything.
+            while (i < n && s[i] != '"' && s[i] != '\\') {
+                out[o++] = s[i++];
+            }
+            if (i == n) {
+                break;
+            }
+        }
         char c = s[i];
         if (c == '\\') {
             out[o++] = c;
@@ -294,8 +303,6 @@ size_t clean(const char* s, size_t n, char* out, groupMarks* marks = nullptr) {
         } else if (c == '"') {
             out[o++] = c;
             inString = !inString;
-        } else if (inString) {
-            out[o++] = c;
         } else if (c == ',') {
             out[o++] = ' ';
         } else if (c != '\r' && c != '\n' && c != '\t') {
