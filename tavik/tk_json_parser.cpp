@@ -1,8 +1,11 @@
 // The lenient JSON text parser: the text is cleaned once (removeGabage), then cut into
 // top-level tokens, and keys are paired with values while braced and bracketed tokens are
 // cut again at their own level. Tokens are slices of the cleaned text rather than copies, and
-// one token stack serves every level, so a nested text is scanned once per level and copied
-// only where a key or value is stored.
+// one token stack serves every level. While cleaning, generate notes where every group ends,
+// so each level jumps over its groups instead of scanning them again: every byte is scanned
+// a bounded number of times whatever the nesting, and copied only where a key or value is
+// stored.
+#include <stdint.h>
 #include <stdlib.h>
 #include <string.h>
 
@@ -16,12 +19,21 @@ namespace tavik {
 
 namespace {
 
+const size_t kNone = SIZE_MAX;
+
+// Where a group of the cleaned text ends. Entries are kept in the order the groups open.
+struct groupEnd {
+    size_t close;  // index of the bracket closing the group, or kNone when none does
+    size_t next;   // entry of the first group opening after that bracket
+};
+
 struct token {
     const char* s;
     size_t n;
     // The group was closed by its own bracket. Such a token is always a brace string of its
     // kind, so it need not be scanned again; an unterminated one still is.
     bool closed;
+    size_t group = kNone;  // the group's entry, for groups cut from the cleaned text
     char last() const { return s[n - 1]; }
     bool is(char c) const { return n == 1 && s[0] == c; }
 };
@@ -72,7 +84,13 @@ size_t skipGroup(const char* s, size_t i, size_t n, char open, char close, bool*
     return n;
 }
 
-void cutTokens(const char* s, size_t n, std::vector<token>& out) {
+// With ends (the group entries of the cleaned text, which starts offset bytes before s, and k
+// the entry of the first group in s), a group is not scanned but looked up: the state of
+// quotes and escapes at a byte does not depend on the level scanning it, and a group counts
+// only its own kind of bracket, so its closing bracket is the one noted while cleaning, when
+// that lies within s; otherwise the group runs to the end of s, as the scan would find.
+void cutTokens(const char* s, size_t n, std::vector<token>& out, const groupEnd* ends = nullptr,
+               size_t offset = 0, size_t k = 0) {
     size_t start = 0;
     bool filled = false;
     auto emit = [&](size_t end) {
@@ -93,6 +111,15 @@ void cutTokens(const char* s, size_t n, std::vector<token>& out) {
             i++;
         } else if (c == '"' || c == '[' || c == '{') {
             emit(i);
+            if (ends && c != '"') {
+                const groupEnd& g = ends[k];
+                bool closed = g.close != kNone && g.close - offset < n;
+                size_t end = closed ? g.close - offset + 1 : n;
+                out.push_back({s + i, end - i, closed, k});
+                k = g.next;
+                i = end;
+                continue;
+            }
             bool closed = false;
             size_t end = c == '"'   ? skipString(s, i + 1, n)
                          : c == '[' ? skipGroup(s, i + 1, n, '[', ']', &closed)
@@ -225,13 +252,48 @@ char* unescapeToNew(const char* s, size_t n) {
     return out;
 }
 
+// The group entries of a cleaned text, and the entries of the groups still open, by kind.
+struct groupMarks {
+    std::vector<groupEnd> ends;
+    std::vector<size_t> braces;
+    std::vector<size_t> brackets;
+
+    void open(char c) {
+        (c == '{' ? braces : brackets).push_back(ends.size());
+        ends.push_back({kNone, 0});
+    }
+    void close(char c, size_t at) {
+        std::vector<size_t>& open = c == '}' ? braces : brackets;
+        if (!open.empty()) {
+            ends[open.back()] = {at, ends.size()};
+            open.pop_back();
+        }
+    }
+    void clear() {
+        ends.clear();
+        braces.clear();
+        brackets.clear();
+    }
+};
+
 // Copies s[0, n) to out (room for n + 1 bytes) with line breaks and TABs outside quoted
 // strings dropped and commas there turned into blanks; returns the length written. A
-// backslash takes the next byte with it unexamined.
-size_t clean(const char* s, size_t n, char* out) {
+// backslash takes the next byte with it unexamined. With marks, the groups of the cleaned
+// text are noted as the tokenizer would find them: its quotes and escapes are these, and the
+// bytes dropped or turned into blanks mean nothing to it.
+size_t clean(const char* s, size_t n, char* out, groupMarks* marks = nullptr) {
     size_t o = 0;
     bool inString = false;
     for (size_t i = 0; i < n; i++) {
+        if (inString) {
+            // Inside a string only a quote or a backslash means anything.
+            while (i < n && s[i] != '"' && s[i] != '\\') {
+                out[o++] = s[i++];
+            }
+            if (i == n) {
+                break;
+            }
+        }
         char c = s[i];
         if (c == '\\') {
             out[o++] = c;
@@ -241,11 +303,16 @@ size_t clean(const char* s, size_t n, char* out) {
         } else if (c == '"') {
             out[o++] = c;
             inString = !inString;
-        } else if (inString) {
-            out[o++] = c;
         } else if (c == ',') {
             out[o++] = ' ';
         } else if (c != '\r' && c != '\n' && c != '\t') {
+            if (marks) {
+                if (c == '{' || c == '[') {
+                    marks->open(c);
+                } else if (c == '}' || c == ']') {
+                    marks->close(c, o);
+                }
+            }
             out[o++] = c;
         }
     }
@@ -259,9 +326,13 @@ size_t clean(const char* s, size_t n, char* out) {
 // are dropped so that hostile input cannot exhaust the stack.
 class jsonParser {
 public:
-    explicit jsonParser(std::vector<token>& stack) : tokens(stack) {}
+    explicit jsonParser(std::vector<token>& stack, const char* text = nullptr,
+                        const groupEnd* groups = nullptr)
+        : tokens(stack), base(text), ends(groups) {}
 
     std::vector<token>& tokens;
+    const char* base;       // the cleaned text the tokens were cut from, if any
+    const groupEnd* ends;   // its group entries
 
     void object(json* j, size_t first, size_t end, int depth) {
         int mode = 0;  // 0 expecting a key, 1 expecting a value
@@ -340,13 +411,18 @@ private:
     // takes the tokens off again.
     template <typename Fill>
     void inside(const token& t, Fill fill) {
-        size_t base = tokens.size();
-        cutTokens(t.s + 1, t.n - 2, tokens);
-        size_t end = tokens.size();
-        if (end > base) {
-            fill(base, end);
+        size_t first = tokens.size();
+        if (t.group != kNone) {
+            cutTokens(t.s + 1, t.n - 2, tokens, ends, static_cast<size_t>(t.s + 1 - base),
+                      t.group + 1);
+        } else {
+            cutTokens(t.s + 1, t.n - 2, tokens);
         }
-        tokens.resize(base);
+        size_t end = tokens.size();
+        if (end > first) {
+            fill(first, end);
+        }
+        tokens.resize(first);
     }
 };
 
@@ -375,15 +451,32 @@ bool json::generate(const char* str) {
     // document costs no allocation for them; room beyond a large document's is given back.
     static thread_local std::string cleaned;
     static thread_local std::vector<token> stack;
+    static thread_local groupMarks marks;
     cleaned.resize(to - from + 1);
-    size_t n = clean(str + from, to - from, &cleaned[0]);
-    jsonParser parser(stack);
-    cutTokens(cleaned.data(), n, stack);
+    size_t n = clean(str + from, to - from, &cleaned[0], &marks);
+    for (size_t open : marks.braces) {
+        marks.ends[open].next = marks.ends.size();
+    }
+    for (size_t open : marks.brackets) {
+        marks.ends[open].next = marks.ends.size();
+    }
+    jsonParser parser(stack, cleaned.data(), marks.ends.data());
+    cutTokens(cleaned.data(), n, stack, marks.ends.data());
     parser.object(this, 0, stack.size(), 0);
     stack.clear();
+    marks.clear();
     if (cleaned.capacity() > kKeptBuffer) {
         std::string().swap(cleaned);
+    }
+    if (stack.capacity() * sizeof(token) > kKeptBuffer) {
         std::vector<token>().swap(stack);
+    }
+    if (marks.ends.capacity() * sizeof(groupEnd) > kKeptBuffer) {
+        std::vector<groupEnd>().swap(marks.ends);
+    }
+    if ((marks.braces.capacity() + marks.brackets.capacity()) * sizeof(size_t) > kKeptBuffer) {
+        std::vector<size_t>().swap(marks.braces);
+        std::vector<size_t>().swap(marks.brackets);
     }
     return true;
 }
