@@ -139,14 +139,3 @@ TEST_F(PushSessionTest, DefaultHandlersIgnoreEventsTheApplicationDoesNotTake) {
     std::this_thread::sleep_for(300ms);
     EXPECT_EQ(1, app.received);
 }
-
-TEST_F(PushSessionTest, WriteAfterServerResetFailsWithoutSignal) {
-    tavik::socks sock;
-    ASSERT_EQ(1, sock.connect("127.0.0.1", static_cast<unsigned int>(server.port())));
-    ASSERT_TRUE(server.waitForConnections(1, 5s));
-    ASSERT_TRUE(server.reset(0));
-    std::this_thread::sleep_for(50ms);
-    ssize_t result = 0;
-    for (int i = 0; i < 3 && result >= 0; ++i) result = sock.send("x", 1);
-    EXPECT_EQ(-1, result);
-}

@@ -184,7 +184,8 @@ ConnectedDaemon::ConnectedDaemon(const std::string& mountDir, std::vector<std::s
     EXPECT_TRUE(server.waitForHandshake(0, std::chrono::seconds(10), &hello)) << daemon->output();
 }
 
-void install_fake_checker(const std::string& record) {
+// The recording fake integrity checker: appends its arguments, one call a line, to `record`.
+static void install_fake_checker(const std::string& record) {
     const std::string dir = "/brellium/orvaclient/integrity";
     EXPECT_EQ(shell("mkdir -p " + dir), 0);
     write_file(dir + "/integrity", "#!/bin/sh\necho \"$@\" >> '" + record + "'\n", 0755);

@@ -65,7 +65,6 @@ public:
     void prints(const std::string& name, const std::string& output);
     // The command runs `body` (sh).
     void runs(const std::string& name, const std::string& body);
-    const std::string& dir() const { return _dir; }
 
 private:
     std::string _dir;
@@ -101,9 +100,6 @@ struct ConnectedDaemon {
 // True while /proc/self/mounts lists `dir` as a mount point.
 bool is_mount_point(const std::string& dir);
 
-// Installs the recording fake integrity checker: it appends its arguments, one call a line,
-// to `record`.
-void install_fake_checker(const std::string& record);
 // Where start_scenario's fake integrity checker records its calls.
 extern const char kCheckerRecord[];
 // Starts a daemon scenario afresh: an empty log folder, an empty checker record, the fake

@@ -64,7 +64,9 @@ std::string describe(const Footprint& f) {
            std::to_string(f.threads) + ", cpu " + std::to_string(f.cpuTicks) + " ticks";
 }
 
-bool sanitizer_build() {
+// True under AddressSanitizer or ThreadSanitizer, whose quarantine and shadow memory grow
+// resident memory on their own.
+static bool sanitizer_build() {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
     return true;
 #elif defined(__has_feature)

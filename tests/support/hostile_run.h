@@ -25,10 +25,6 @@ struct Footprint {
 Footprint footprint_of(pid_t pid);
 std::string describe(const Footprint& f);
 
-// True when this build runs under AddressSanitizer or ThreadSanitizer: their quarantine
-// and shadow memory grow resident memory on their own, and they slow threads down.
-bool sanitizer_build();
-
 // The daemon connected to its own push server (see ConnectedDaemon), with a count of the
 // complete message frames sent to it.
 class HostileRun : public ConnectedDaemon {
