@@ -59,6 +59,22 @@ template <bool ignoreCase, typename N, typename = std::enable_if_t<std::is_arith
 inline int compareHashKeys(N a, N b) {
     return a == b ? 0 : (a > b ? 1 : -1);
 }
+
+// Equality alone, for scans: texts whose first bytes differ are told apart without a call.
+template <bool ignoreCase>
+inline bool equalHashKeys(const char* a, const char* b) {
+    if (a == nullptr || b == nullptr) {
+        return a == b;
+    }
+    if (!ignoreCase && a[0] != b[0]) {
+        return false;
+    }
+    return compareHashKeys<ignoreCase>(a, b) == 0;
+}
+template <bool ignoreCase, typename N, typename = std::enable_if_t<std::is_arithmetic<N>::value>>
+inline bool equalHashKeys(N a, N b) {
+    return a == b;
+}
 }  // namespace detail
 
 template <typename A, typename T, bool delKey, bool delValue, bool ignoreCase,
@@ -67,7 +83,12 @@ class hash : public baseHash {
 public:
     typedef _tag_hashData<A, T> hashData;
 
-    hash() : _data(new hashData[increaseStep]()), sortedCount(0) { _size = increaseStep; }
+    hash() : hash(increaseStep) {}
+    // Room for capacity records from the start (at least one).
+    explicit hash(size_t capacity)
+        : _data(new hashData[std::max<size_t>(capacity, 1)]()), sortedCount(0) {
+        _size = std::max<size_t>(capacity, 1);
+    }
     ~hash() override {
         removeAll();
         delete[] _data;
@@ -108,7 +129,8 @@ public:
         // Appends stay unsorted until the next lookup, but a long unsorted
         // tail would make each put's duplicate check slow: merge it once it
         // outgrows the square root of the size (32 at least).
-        if (count - sortedCount > maxUnsortedTail) {
+        size_t tail = count - sortedCount;
+        if (tail > 32 && tail * tail > count) {
             sort();
         }
     }
@@ -172,8 +194,13 @@ public:
         std::inplace_merge(_data, _data + sortedCount, _data + count, less);
         sortedCount = count;
         neededSort = false;
-        while (maxUnsortedTail * maxUnsortedTail < count) {
-            maxUnsortedTail *= 2;
+    }
+
+    // Makes room for n more records, so that a map whose size is known ahead
+    // is allocated once.
+    void reserve(size_t n) {
+        if (count + n >= _size) {
+            resize(count + n + 1);
         }
     }
 
@@ -206,7 +233,7 @@ private:
             return r;
         }
         for (size_t i = sortedCount; i < count; ++i) {
-            if (compare(key, _data[i].key) == 0) {
+            if (detail::equalHashKeys<ignoreCase>(key, _data[i].key)) {
                 return &_data[i];
             }
         }
@@ -215,8 +242,9 @@ private:
 
     // Grows by the step, or by the current size once that is larger, so big
     // maps copy their records a logarithmic number of times.
-    void grow() {
-        size_t bigger = _size + std::max(increaseStep, _size);
+    void grow() { resize(_size + std::max(increaseStep, _size)); }
+
+    void resize(size_t bigger) {
         hashData* records = new hashData[bigger]();
         std::copy(_data, _data + count, records);
         delete[] _data;
@@ -235,8 +263,7 @@ private:
         }
     }
 
-    size_t sortedCount;           // _data[0, sortedCount) is in key order
-    size_t maxUnsortedTail = 32;  // appends allowed before put merges them
+    size_t sortedCount;  // _data[0, sortedCount) is in key order
 };
 
 }  // namespace tavik

@@ -63,6 +63,10 @@ json::json() {
     p = nullptr;
 }
 
+json::json(size_t members) : props(members + 1) {
+    p = nullptr;
+}
+
 json::json(const char* text) : json() {
     generate(text);
 }
@@ -72,9 +76,8 @@ json::~json() {
 }
 
 void json::reset() {
-    keyTable.removeAll();
     props.removeAll();
-    _removedKeys.removeAll();
+    keyTable.removeAll();
 }
 
 char* json::getKey(unsigned long index) {
@@ -117,16 +120,7 @@ jsonObject* json::_member(const char* key, bool* found) {
     return record ? record->value : nullptr;
 }
 
-void json::_adopt(char* key, jsonObject* node) {
-    props.append(key, node);  // callers looked the key up first
-    keyTable.addTail(key);
-}
-
-void json::add(const char* key, jsonObject* node) {
-    if (!key) {
-        delete node;
-        return;
-    }
+void json::_add(const char* key, size_t n, jsonObject* node) {
     auto* record = _record(key);
     if (record) {
         // Replaced in place: the stored key, and so its position, stays.
@@ -134,7 +128,16 @@ void json::add(const char* key, jsonObject* node) {
         record->value = node;
         return;
     }
-    _adopt(newString(key), node);
+    char* stored = static_cast<char*>(keyTable.addTailText(key, n)->pData);
+    props.append(stored, node);  // known to be absent
+}
+
+void json::add(const char* key, jsonObject* node) {
+    if (!key) {
+        delete node;
+        return;
+    }
+    _add(key, strlen(key), node);
 }
 
 void json::add(const char* key, const char* value) {
@@ -154,21 +157,10 @@ void json::add(const char* key, bool value) {
 }
 
 void json::remove(const char* key) {
-    auto* record = key ? props.search(const_cast<char*>(key)) : nullptr;
-    if (!record) {
-        return;
+    // The node goes; the key text lives in its keyTable item, which stays.
+    if (key) {
+        props.remove(const_cast<char*>(key));
     }
-    // props frees its key text, but keyTable keeps listing the key: point its entries at a
-    // copy that this object frees on reset.
-    char* stored = record->key;
-    char* kept = newString(stored);
-    _removedKeys.add(kept);
-    for (listitem* item = keyTable.itemHead; item; item = item->next) {
-        if (item->pData == stored) {
-            item->pData = kept;
-        }
-    }
-    props.remove(kept);
 }
 
 // ---- reads ----

@@ -52,11 +52,13 @@ class json : public jsonObject {
 public:
     class array;
     // Every object of a document has its own map, so it starts small (a thousand records
-    // ahead would make a 1 MB document take hundreds of MB) and doubles as it fills.
-    typedef hash<char*, jsonObject*, true, true, false, 8> memberMap;
+    // ahead would make a 1 MB document take hundreds of MB) and doubles as it fills; the
+    // parser sizes it for an object's members at once. The map does not own the keys: each
+    // key text lives in its keyTable item, so keyTable stays valid after remove().
+    typedef hash<char*, jsonObject*, false, true, false, 4> memberMap;
 
-    memberMap props;           // key -> node; owns both
-    list<char*> keyTable;      // the keys of props in first-insertion order; does not own them
+    memberMap props;           // key -> node; owns the nodes
+    list<char*> keyTable;      // the keys in first-insertion order; each key text lives in its item
     string latestWrongPacket;  // the text last rejected by generate
     static int displayAllDetails;
 
@@ -114,7 +116,8 @@ public:
     // Clears the object and parses str; false when str is null, empty or does not start with
     // '{' after trimming blanks (then the text is kept in latestWrongPacket). The parser is
     // lenient: scalars inside arrays are dropped, null stores a key with no node, objects in
-    // a row merge, and groups nested deeper than kMaxDepth levels are dropped.
+    // a row merge, and groups nested deeper than kMaxDepth levels are dropped. A thread keeps
+    // up to 4 MiB of parsing scratch between calls (more is given back after the call).
     bool generate(const char* str);
     bool generate(byteArr* data);
     static const int kMaxDepth = 512;
@@ -145,12 +148,13 @@ public:
     json& operator=(const json&) = delete;
 
 private:
-    vector<char*, true> _removedKeys;  // key texts that keyTable still shows after remove()
+    // An empty object with room for that many members.
+    explicit json(size_t members);
 
     memberMap::hashData* _record(const char* key);
     jsonObject* _member(const char* key, bool* found);
     jsonObject* _pathNode(const char* key, bool* found, bool* brokenIndex);
-    void _adopt(char* key, jsonObject* node);
+    void _add(const char* key, size_t n, jsonObject* node);
     void _displayAll(jsonWriter& out, const char* prompt);
     void _displayAll(jsonWriter& out, int tab, bool contents);
     friend class jsonParser;

@@ -9,6 +9,7 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include <new>
 #include <string>
 #include <vector>
 
@@ -39,7 +40,7 @@ struct token {
 };
 
 const char kColon[] = ":";
-const size_t kKeptBuffer = 1 << 16;
+const size_t kKeptBuffers = 4 << 20;  // scratch a thread keeps between parses
 
 // The tokenizer. Escapes come first everywhere (a backslash takes the next byte with it,
 // unexamined); at the top level a blank ends a token, a colon is a token of its own, and a
@@ -188,13 +189,13 @@ unsigned int hexValue(const char* s, size_t n) {
     return xtoi(&digits[0]);
 }
 
-// Decodes the escapes of s[0, n) into out (which has room for n + 1 bytes) and terminates it.
-// A decoded zero byte ends the text there, as it would for any C text.
-void unescape(const char* s, size_t n, char* out) {
+// Decodes the escapes of s[0, n) into out (which has room for n + 1 bytes), terminates it and
+// returns its length. A decoded zero byte ends the text there, as it would for any C text.
+size_t unescape(const char* s, size_t n, char* out) {
     if (!memchr(s, '\\', n)) {
         memcpy(out, s, n);
         out[n] = 0;
-        return;
+        return n;
     }
     size_t o = 0;
     bool inQuote = false;
@@ -244,13 +245,34 @@ void unescape(const char* s, size_t n, char* out) {
         }
     }
     out[o] = 0;
+    return strlen(out);  // up to a decoded zero byte, if any
 }
 
-char* unescapeToNew(const char* s, size_t n) {
-    char* out = new char[n + 1];
-    unescape(s, n, out);
-    return out;
-}
+// A parsed scalar: its text lives in the node's own allocation, so a member costs one
+// allocation fewer. It behaves as any scalar node, and text put into p from outside is
+// still freed by the base.
+class textNode final : public jsonObject {
+public:
+    static jsonObject* make(const char* s, size_t n, joType type) {
+        void* room = ::operator new(sizeof(textNode) + n + 1);
+        textNode* node = ::new (room) textNode();
+        node->oType = type;
+        node->p = node->text();
+        unescape(s, n, node->p);
+        return node;
+    }
+    ~textNode() override {
+        if (p == text()) {
+            p = nullptr;
+        }
+    }
+    // Unsized, so the node is freed whole with its text.
+    static void operator delete(void* room) { ::operator delete(room); }
+
+private:
+    textNode() = default;
+    char* text() { return reinterpret_cast<char*>(this + 1); }
+};
 
 // The group entries of a cleaned text, and the entries of the groups still open, by kind.
 struct groupMarks {
@@ -273,6 +295,11 @@ struct groupMarks {
         ends.clear();
         braces.clear();
         brackets.clear();
+    }
+    void release() {
+        std::vector<groupEnd>().swap(ends);
+        std::vector<size_t>().swap(braces);
+        std::vector<size_t>().swap(brackets);
     }
 };
 
@@ -331,10 +358,11 @@ public:
         : tokens(stack), base(text), ends(groups) {}
 
     std::vector<token>& tokens;
-    const char* base;       // the cleaned text the tokens were cut from, if any
-    const groupEnd* ends;   // its group entries
+    const char* base;      // the cleaned text the tokens were cut from, if any
+    const groupEnd* ends;  // its group entries
 
     void object(json* j, size_t first, size_t end, int depth) {
+        j->props.reserve(memberBound(first, end));
         int mode = 0;  // 0 expecting a key, 1 expecting a value
         std::string nameHere;
         for (size_t k = first; k < end; k++) {
@@ -350,34 +378,32 @@ public:
                 if (subMode == 1 && (nameHere.empty() || mode == 0)) {
                     inside(t, [&](size_t a, size_t b) { object(j, a, b, depth + 1); });
                 } else if (subMode == 1) {
-                    json* child = new json();
-                    inside(t, [&](size_t a, size_t b) { object(child, a, b, depth + 1); });
-                    j->add(nameHere.c_str(), child);
+                    inside(t, [&](size_t a, size_t b) {
+                        json* child = new json(memberBound(a, b));
+                        object(child, a, b, depth + 1);
+                        j->_add(nameHere.data(), nameHere.size(), child);
+                    });
                     mode = 0;
                 } else {
                     json::array* child = new json::array();
                     inside(t, [&](size_t a, size_t b) { array(child, a, b, depth + 1); });
-                    j->add(nameHere.c_str(), child);
+                    j->_add(nameHere.data(), nameHere.size(), child);
                     mode = 0;
                 }
                 continue;
             }
             if (mode == 1) {
-                if (t.n == 4 && memcmp(t.s, "null", 4) == 0) {
-                    j->add(nameHere.c_str(), static_cast<jsonObject*>(nullptr));
-                } else {
-                    jsonObject* node = new jsonObject();
-                    node->oType = quoted(t) ? jotString : jotValue;
+                jsonObject* node = nullptr;
+                if (t.n != 4 || memcmp(t.s, "null", 4) != 0) {
                     token text = unquote(t);
-                    node->p = unescapeToNew(text.s, text.n);
-                    j->add(nameHere.c_str(), node);
+                    node = textNode::make(text.s, text.n, quoted(t) ? jotString : jotValue);
                 }
+                j->_add(nameHere.data(), nameHere.size(), node);
                 mode = 0;
             } else {
                 token text = unquote(t);
                 nameHere.resize(text.n + 1);
-                unescape(text.s, text.n, &nameHere[0]);
-                nameHere.resize(strlen(nameHere.c_str()));
+                nameHere.resize(unescape(text.s, text.n, &nameHere[0]));
                 mode = 1;
             }
         }
@@ -390,9 +416,11 @@ public:
                 continue;
             }
             if (braced(t, '{', '}')) {
-                json* child = new json();
-                inside(t, [&](size_t a2, size_t b2) { object(child, a2, b2, depth + 1); });
-                a->add(child);
+                inside(t, [&](size_t a2, size_t b2) {
+                    json* child = new json(memberBound(a2, b2));
+                    object(child, a2, b2, depth + 1);
+                    a->add(child);
+                });
             } else if (braced(t, '[', ']')) {
                 json::array* child = new json::array();
                 inside(t, [&](size_t a2, size_t b2) { array(child, a2, b2, depth + 1); });
@@ -407,6 +435,15 @@ private:
         return t.n == 0 || t.is(':') || t.is(',') || t.is('\n') || t.is('\r') || t.is('\t');
     }
 
+    // At most this many members come from tokens[first, end): each takes a key and a value.
+    size_t memberBound(size_t first, size_t end) const {
+        size_t used = 0;
+        for (size_t k = first; k < end; k++) {
+            used += !skipped(tokens[k]);
+        }
+        return used / 2;
+    }
+
     // Cuts the inside of a braced token onto the token stack, lets fill walk it, and
     // takes the tokens off again.
     template <typename Fill>
@@ -418,10 +455,7 @@ private:
         } else {
             cutTokens(t.s + 1, t.n - 2, tokens);
         }
-        size_t end = tokens.size();
-        if (end > first) {
-            fill(first, end);
-        }
+        fill(first, tokens.size());
         tokens.resize(first);
     }
 };
@@ -447,8 +481,10 @@ bool json::generate(const char* str) {
         latestWrongPacket = str;
         return false;
     }
-    // The cleaned text and the token stack are kept per thread between parses, so a small
-    // document costs no allocation for them; room beyond a large document's is given back.
+    // The cleaned text, the token stack and the group marks are kept per thread between
+    // parses, up to kKeptBuffers in all: parsing then costs no allocation for them, and no
+    // large free in the middle of a parse makes the allocator give the heap back to the system
+    // only to fault it in again for the next document.
     static thread_local std::string cleaned;
     static thread_local std::vector<token> stack;
     static thread_local groupMarks marks;
@@ -465,18 +501,13 @@ bool json::generate(const char* str) {
     parser.object(this, 0, stack.size(), 0);
     stack.clear();
     marks.clear();
-    if (cleaned.capacity() > kKeptBuffer) {
+    size_t kept = cleaned.capacity() + stack.capacity() * sizeof(token) +
+                  marks.ends.capacity() * sizeof(groupEnd) +
+                  (marks.braces.capacity() + marks.brackets.capacity()) * sizeof(size_t);
+    if (kept > kKeptBuffers) {
         std::string().swap(cleaned);
-    }
-    if (stack.capacity() * sizeof(token) > kKeptBuffer) {
         std::vector<token>().swap(stack);
-    }
-    if (marks.ends.capacity() * sizeof(groupEnd) > kKeptBuffer) {
-        std::vector<groupEnd>().swap(marks.ends);
-    }
-    if ((marks.braces.capacity() + marks.brackets.capacity()) * sizeof(size_t) > kKeptBuffer) {
-        std::vector<size_t>().swap(marks.braces);
-        std::vector<size_t>().swap(marks.brackets);
+        marks.release();
     }
     return true;
 }

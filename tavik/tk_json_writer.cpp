@@ -128,6 +128,11 @@ void jsonWriter::scalar(jsonObject* node) {
 
 void jsonWriter::members(json* j) {
     bool separator = false;
+    // Until a lookup sorts them, the records of props follow keyTable (a parsed document's
+    // do), and a record holds the very key text of its item: such a node is taken in step,
+    // and only the others are looked up, without sorting.
+    json::memberMap& props = j->props;
+    size_t next = 0;
     auto pos = j->keyTable.getHeadPosition();
     while (pos) {
         char* key = j->keyTable.getNext(&pos);
@@ -138,7 +143,13 @@ void jsonWriter::members(json* j) {
         put('"');
         escaped(key, false);
         put("\":", 2);
-        element(j->_member(key, nullptr));
+        jsonObject* node = nullptr;
+        if (next < props.count && props._data[next].key == key) {
+            node = props._data[next++].value;
+        } else if (auto* record = props.find(key)) {
+            node = record->value;
+        }
+        element(node);
     }
 }
 

@@ -5,7 +5,9 @@
 #define TAVIK_TK_LIST_H_
 
 #include <stddef.h>
+#include <string.h>
 
+#include <new>
 #include <type_traits>
 
 namespace tavik {
@@ -14,18 +16,28 @@ struct listitem {
     void* pData;
     listitem* prev;
     listitem* next;
+
+    // An item may carry a text right after it (list::addTailText); the unsized form frees
+    // such an item whole.
+    static void operator delete(void* item) { ::operator delete(item); }
 };
 
 namespace detail {
 
 // The linking shared by list and vector: items {pData, prev, next} between a head and a tail.
 template <typename Item>
-Item* appendItem(Item*& head, Item*& tail, size_t& count, const void* data) {
-    Item* it = new Item{const_cast<void*>(data), tail, nullptr};
+Item* linkTail(Item*& head, Item*& tail, size_t& count, Item* it) {
+    it->prev = tail;
+    it->next = nullptr;
     (tail ? tail->next : head) = it;
     tail = it;
     ++count;
     return it;
+}
+
+template <typename Item>
+Item* appendItem(Item*& head, Item*& tail, size_t& count, const void* data) {
+    return linkTail(head, tail, count, new Item{const_cast<void*>(data), nullptr, nullptr});
 }
 
 // Unlinks and deletes one item; its data is the caller's.
@@ -62,6 +74,18 @@ public:
 
     listitem* addTail(A item) {
         return detail::appendItem(itemHead, itemTail, count, static_cast<const void*>(item));
+    }
+
+    // Appends a copy of text[0, n) kept in the item's own allocation: the list frees it with
+    // the item. One allocation instead of two for lists that own short texts.
+    listitem* addTailText(const char* text, size_t n) {
+        static_assert(std::is_same<T, char*>::value, "texts go into a list of char*");
+        void* room = ::operator new(sizeof(listitem) + n + 1);
+        char* copy = static_cast<char*>(room) + sizeof(listitem);
+        memcpy(copy, text, n);
+        copy[n] = 0;
+        return detail::linkTail(itemHead, itemTail, count,
+                                ::new (room) listitem{copy, nullptr, nullptr});
     }
 
     size_t getCount() const { return count; }

@@ -44,6 +44,15 @@ TEST(HashTest, GrowsWhenCountReachesSizeMinusOne) {
     h.put(999, nullptr);  // the 1000th record
     EXPECT_EQ(2000u, h._size);
     EXPECT_EQ(1000u, h.count);
+
+    // Room made ahead holds the records and takes exactly that many appends.
+    h.reserve(5000);
+    EXPECT_EQ(6001u, h._size);
+    for (long long i = 1000; i < 6000; ++i) h.append(i, nullptr);
+    EXPECT_EQ(6001u, h._size);
+    EXPECT_TRUE(h.exist(0));
+    EXPECT_TRUE(h.exist(5999));
+    EXPECT_EQ(6000u, h.count);
 }
 
 TEST(HashTest, OnlyCaseInsensitiveInstancesIgnoreCase) {
@@ -91,6 +100,15 @@ TEST(ListTest, KeepsOrderWithoutOwningItsData) {
     EXPECT_EQ(nullptr, l.getNext(&pos));
     l.removeAll();  // would free stack texts if it owned them
     EXPECT_EQ(0u, l.getCount());
+
+    // A text carried by its item is a terminated copy, freed with the item.
+    char source[] = "keyXYZ";
+    l.addTail(a);
+    char* copy = static_cast<char*>(l.addTailText(source, 3)->pData);
+    source[0] = '!';
+    EXPECT_STREQ("key", copy);
+    EXPECT_EQ(copy, l.getAt(1));
+    EXPECT_EQ(2u, l.getCount());
 }
 
 TEST(ByteBufTest, GrowsPastItsUnitAndCopiesWhatWasPut) {

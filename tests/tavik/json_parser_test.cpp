@@ -118,6 +118,28 @@ TEST(JsonParser, LenientTextMergesIntoOneObject) {
     json row("{\"a\":1}{\"b\":2} \"c\" \"3\" \"dangling\"");
     EXPECT_EQ("a,b,c", keys(row));
     EXPECT_STREQ("3", row.get("c", nullptr));
+    // Arrays take the current key without one of their own, so an object can hold more
+    // members than key and value pairs.
+    json arrays("{[] \"a\" [] \"b\" [[]] \"c\":1}");
+    EXPECT_EQ(",a,b,c", keys(arrays));
+    EXPECT_EQ(1u, arrays.getArraySize("b"));
+
+    // Many members, with repeats spread over them: the last value wins at the first position.
+    std::string text = "{";
+    for (int i = 0; i < 300; i++) {
+        text += "\"k" + std::to_string(i % 200) + "\":" + std::to_string(i) + ",";
+    }
+    json many((text + "}").c_str());
+    ASSERT_EQ(200u, many.getKeyCount());
+    EXPECT_STREQ("k5", many.getKey(5));
+    EXPECT_EQ(205, many.getInt("k5", 0));
+    EXPECT_EQ(199, many.getInt("k199", 0));
+
+    // A parsed scalar behaves as any node: its text may be replaced, and it may be replaced.
+    many.props.get(const_cast<char*>("k7"))->p = tavik::newString("-7");
+    EXPECT_EQ(-7, many.getInt("k7", 0));
+    many.add("k8", "eight");
+    EXPECT_STREQ("eight", many.get("k8", nullptr));
 }
 
 TEST(JsonParser, GroupsNestedBeyondTheDepthLimitAreDropped) {
@@ -134,4 +156,21 @@ TEST(JsonParser, GroupsNestedBeyondTheDepthLimitAreDropped) {
     std::string arrays = "{\"a\":" + std::string(5000, '[') + std::string(5000, ']') + "}";
     json deep(arrays.c_str());
     EXPECT_EQ(1u, deep.getArraySize("a"));
+}
+
+TEST(JsonParser, DocumentsLargerThanTheKeptScratchParseAndLeaveItUsable) {
+    // Past the scratch a thread keeps between parses, the scratch is given back after the
+    // call; the document and later parses must not depend on it.
+    std::string text = "{\"list\":[";
+    for (int i = 0; text.size() < (5u << 20); i++) {
+        text += (i ? "," : "") + std::string("{\"n\":") + std::to_string(i) + ",\"s\":\"" +
+                std::string(40, 'x') + "\"}";
+    }
+    json large((text + "]}").c_str());
+    unsigned long count = large.getArraySize("list");
+    ASSERT_GT(count, 50000u);
+    EXPECT_EQ(static_cast<int>(count) - 1,
+              large.getSubArray("list")->getJson(count - 1)->getInt("n", -1));
+    json small("{\"a\":[{\"b\":\"c\"}]}");
+    EXPECT_STREQ("c", small.get("a[0]:b", nullptr));
 }
