@@ -34,9 +34,7 @@ struct LoopbackPort {
 inline int openDescriptors() {
     int n = 0;
     DIR* d = opendir("/proc/self/fd");
-    while (readdir(d) != nullptr) {
-        n++;
-    }
+    while (readdir(d) != nullptr) n++;
     closedir(d);
     return n;
 }
