@@ -33,7 +33,7 @@ TEST(HostileChurn, ServerThatClosesAtOnceIsReconnectedWithoutPauseTenThousandTim
     printf("%.2f ms per accept-and-close cycle\n", perCycle * 1000);
     // Far below the one-second pause that only a failed attempt takes.
     EXPECT_LT(perCycle, 0.1);
-    ASSERT_TRUE(run.handshake(cycles, 5));
+    ASSERT_TRUE(run.server.waitForHandshake(cycles, seconds(5)));
     ASSERT_TRUE(run.message(cycles, "after churn"));
     run.expect_all_delivered(5);
     EXPECT_EQ(read_file(daily_log_path()).find("[WARN]"), std::string::npos);

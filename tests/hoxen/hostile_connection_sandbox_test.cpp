@@ -1,16 +1,18 @@
-// The real daemon against connections that go wrong: reset inside a body, a server that
-// never speaks, a port that refuses for a while. Lost connections are taken up again at once;
-// refused attempts are repeated once a second; nothing complete is lost and nothing held
-// grows once the first round has settled.
+// The real daemon against connections that go wrong, one fault after another: a server that
+// never speaks, resets inside a body, a port that refuses for a while. A lost connection is
+// taken up again at once under a new identifier; refused attempts are warned and repeated once
+// a second; nothing complete is lost and nothing held grows once each fault has settled.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <chrono>
+#include <set>
 #include <string>
 
 #include "tests/support/hostile_run.h"
 
 using namespace hoxen_test;
+using std::chrono::seconds;
 
 namespace {
 
@@ -24,73 +26,64 @@ int warnings() {
 
 }  // namespace
 
-TEST(HostileConnection, ResetInsideABodyLosesThatFrameOnlyAndIsReconnectedAtOnce) {
+TEST(HostileConnection, SilenceResetsAndRefusalsLoseNothingAndKeepThePace) {
     start_scenario(true);
-    HostileRun run("/tmp/hostile-reset/mnt");
-    Footprint settled;
-    const size_t rounds = 4;
-    for (size_t conn = 0; conn < rounds; ++conn) {
-        ASSERT_TRUE(run.message(conn, "before reset " + std::to_string(conn)));
-        run.expect_all_delivered(5);
-        ASSERT_TRUE(run.server.sendRaw(conn, "0020#1:cut short"));
-        usleep(100 * 1000);
-        ASSERT_TRUE(run.server.reset(conn));
-        auto lost = std::chrono::steady_clock::now();
-        ASSERT_TRUE(run.handshake(conn + 1, 5));
-        // A reconnection that succeeds is made without the one-second pause.
-        EXPECT_LT(seconds_since(lost), 0.9);
-        if (conn == 0)
-            settled = run.footprint();
-    }
-    ASSERT_TRUE(run.message(rounds, "after resets"));
-    run.expect_all_delivered(5);
-    EXPECT_EQ(run.server.connectionCount(), rounds + 1);
-    EXPECT_EQ(warnings(), 0);
-    run.expect_footprint_kept(settled);
-}
-
-TEST(HostileConnection, SilentServerKeepsTheConnectionPolledQuietly) {
-    start_scenario(true);
-    HostileRun run("/tmp/hostile-silent/mnt");
+    HostileRun run("/tmp/hostile-connection/mnt");
+    pushserver::PushServer& server = run.server;
     ASSERT_TRUE(run.message(0, "before silence"));
     run.expect_all_delivered(5);
-    const Footprint before = run.footprint();
+    Footprint settled = run.footprint();
     const auto start = std::chrono::steady_clock::now();
     sleep(6);
     const double wall = seconds_since(start);
     const Footprint after = run.footprint();
     // One read wait a second and a mount listing every four: far below a busy loop.
-    EXPECT_LT(double(after.cpuTicks - before.cpuTicks) / sysconf(_SC_CLK_TCK), wall / 4)
-        << describe(before) << " -> " << describe(after);
-    EXPECT_EQ(run.server.connectionCount(), 1u);
-    EXPECT_FALSE(run.server.peerClosed(0));
+    EXPECT_LT(double(after.cpuTicks - settled.cpuTicks) / sysconf(_SC_CLK_TCK), wall / 4);
+    EXPECT_FALSE(server.peerClosed(0));
     ASSERT_TRUE(run.message(0, "after silence"));
     run.expect_all_delivered(3);
-    run.expect_footprint_kept(before);
-}
+    run.expect_footprint_kept(settled);
 
-TEST(HostileConnection, RefusedPortIsTriedOnceASecondUntilItComesBack) {
-    start_scenario(true);
-    HostileRun run("/tmp/hostile-refused/mnt");
-    const int port = run.server.port();
-    const int refusedSeconds = 4;
-    Footprint settled;
-    for (size_t conn = 0; conn < 2; ++conn) {
-        const int warnedBefore = warnings();
-        run.server.stopListening();
-        ASSERT_TRUE(run.server.close(conn));
-        sleep(refusedSeconds);
-        ASSERT_TRUE(run.server.listen(port));
-        // Each failed attempt is warned once, then paused a second.
-        const int warned = warnings() - warnedBefore;
-        EXPECT_GE(warned, refusedSeconds - 1);
-        EXPECT_LE(warned, refusedSeconds + 1);
-        ASSERT_TRUE(run.handshake(conn + 1, 3));
-        ASSERT_TRUE(run.message(conn + 1, "after refusal " + std::to_string(conn)));
+    // A reset inside a body loses that frame only.
+    std::set<std::string> identifiers{run.hello.identifier};
+    size_t conn = 0;
+    for (; conn < 4; ++conn) {
+        ASSERT_TRUE(server.sendRaw(conn, "0020#1:cut short"));
+        usleep(100 * 1000);
+        ASSERT_TRUE(server.reset(conn));
+        const auto lost = std::chrono::steady_clock::now();
+        pushserver::Handshake next;
+        ASSERT_TRUE(server.waitForHandshake(conn + 1, seconds(5), &next));
+        // A reconnection that succeeds is made without the one-second pause.
+        EXPECT_LT(seconds_since(lost), 0.9);
+        identifiers.insert(next.identifier);
+        ASSERT_TRUE(run.message(conn + 1, "after reset " + std::to_string(conn)));
         run.expect_all_delivered(5);
         if (conn == 0)
             settled = run.footprint();
     }
+    EXPECT_EQ(identifiers.size(), conn + 1);
+    EXPECT_EQ(warnings(), 0);
+    run.expect_footprint_kept(settled);
+
+    // Each failed attempt on a refusing port is warned once, then paused a second.
+    const int port = server.port(), refusedSeconds = 4;
+    for (int round = 0; round < 2; ++round, ++conn) {
+        const int warnedBefore = warnings();
+        server.stopListening();
+        ASSERT_TRUE(server.close(conn));
+        sleep(refusedSeconds);
+        ASSERT_TRUE(server.listen(port));
+        const int warned = warnings() - warnedBefore;
+        EXPECT_GE(warned, refusedSeconds - 1);
+        EXPECT_LE(warned, refusedSeconds + 1);
+        ASSERT_TRUE(server.waitForHandshake(conn + 1, seconds(3)));
+        ASSERT_TRUE(run.message(conn + 1, "after refusal " + std::to_string(round)));
+        run.expect_all_delivered(5);
+        if (round == 0)
+            settled = run.footprint();
+    }
+    EXPECT_EQ(server.connectionCount(), conn + 1);
     EXPECT_EQ(run.daemon->output().find("Can't connect"), std::string::npos);
     run.expect_footprint_kept(settled);
 }

@@ -9,48 +9,42 @@ arch=$(dpkg --print-architecture)
 cpack --config "$build_dir/CPackConfig.cmake" -B "$work" >"$work/cpack.log" \
   || { cat "$work/cpack.log"; fail "cpack"; }
 
-contains() { # deb path...
-  local deb=$1 listing; shift
+debs=()
+contains() { # package paths...
+  local deb=$work/$1_${version}_${arch}.deb listing
+  shift
+  [ -f "$deb" ] || fail "no $(basename "$deb") in: $(ls "$work")"
   listing=$(dpkg-deb -c "$deb" | awk '{print $6}')
   for path in "$@"; do
     grep -qx "\./$path" <<<"$listing" || fail "$(basename "$deb") lacks $path"
   done
+  debs+=("$deb")
 }
 
-dev=$work/libtavik-dev_${version}_${arch}.deb
-[ -f "$dev" ] || fail "no $(basename "$dev") in: $(ls "$work")"
-contains "$dev" usr/include/tavik/tk_common.h usr/lib/libtavik.a \
+contains libtavik-dev usr/include/tavik/tk_common.h usr/lib/libtavik.a \
   usr/lib/cmake/tavik/tavikConfig.cmake usr/lib/pkgconfig/tavik.pc \
   usr/share/doc/libtavik-dev/copyright usr/share/doc/libtavik-dev/changelog.gz
-debs=("$dev")
-
-root=$work/root
 unit=$source_dir/packaging/hoxen.service
 daemon=/bin/true
 if [ "$parts" = daemon ]; then
-  deb=$work/hoxen_${version}_${arch}.deb
-  [ -f "$deb" ] || fail "no $(basename "$deb") in: $(ls "$work")"
-  contains "$deb" usr/sbin/hoxen lib/systemd/system/hoxen.service etc/default/hoxen \
+  contains hoxen usr/sbin/hoxen lib/systemd/system/hoxen.service etc/default/hoxen \
     usr/share/man/man8/hoxen.8.gz usr/share/doc/hoxen/copyright usr/share/doc/hoxen/changelog.gz \
     usr/bin/hoxen-pushserver usr/share/man/man1/hoxen-pushserver.1.gz
-  dpkg-deb -e "$deb" "$work/control"
+  dpkg-deb -e "${debs[1]}" "$work/control"
   grep -qx /etc/default/hoxen "$work/control/conffiles" || fail "defaults file is no conffile"
-  dpkg-deb -x "$deb" "$root"
-  unit=$root/lib/systemd/system/hoxen.service
-  daemon=$root/usr/sbin/hoxen
+  dpkg-deb -x "${debs[1]}" "$work/root"
+  unit=$work/root/lib/systemd/system/hoxen.service
+  daemon=$work/root/usr/sbin/hoxen
   grep -qx 'ExecStart=/usr/sbin/hoxen $HOXEN_SERVER $HOXEN_PORT $HOXEN_DOMAIN $HOXEN_DEVICE_ID' \
     "$unit" || fail "unit does not start /usr/sbin/hoxen with the four arguments"
   grep -qx 'EnvironmentFile=/etc/default/hoxen' "$unit" || fail "unit does not read /etc/default/hoxen"
-  debs+=("$deb")
 fi
 
 echo "== lintian"
 status=0
 lintian --tag-display-limit 0 "${debs[@]}" >"$work/lintian.log" 2>&1 || status=$?
 grep -v "running with root privileges" "$work/lintian.log" || true
-if grep -q '^E: ' "$work/lintian.log"; then
-  fail "lintian reports errors"
-fi
+! grep -q '^E: ' "$work/lintian.log" || fail "lintian reports errors"
 [ "$status" -eq 0 ] || fail "lintian did not run (status $status)"
 
 echo "== systemd-analyze verify"

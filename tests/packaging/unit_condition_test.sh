@@ -8,23 +8,19 @@ if [ "${HOXEN_UNIT_TEST_INNER:-}" != 1 ]; then
   HOXEN_UNIT_TEST_INNER=1 exec "$1/tools/sandbox" -- "$0" "$@"
 fi
 source "$(dirname "$0")/common.sh"
-unit=$source_dir/packaging/hoxen.service
 fuse=
-cleanup() {
-  [ -z "$fuse" ] || kill "$fuse" 2>/dev/null || true
-  umount -l /tmp/quillo 2>/dev/null || true
-}
-trap cleanup EXIT
+trap '[ -z "$fuse" ] || kill "$fuse" 2>/dev/null || true; umount -l /tmp/quillo 2>/dev/null || true' EXIT
 
-condition=$(sed -n 's/^ExecCondition=//p' "$unit")
+condition=$(sed -n 's/^ExecCondition=//p' "$source_dir/packaging/hoxen.service")
 [ -n "$condition" ] || fail "no ExecCondition in the unit"
-check() { # expected-status-class description
+check() { # met|unmet description
   local status=0
   eval "$condition" || status=$?
-  case $1 in
-    met) [ "$status" = 0 ] || fail "$2: status $status, expected 0" ;;
-    unmet) [ "$status" -ge 1 ] && [ "$status" -le 254 ] || fail "$2: status $status, expected 1-254" ;;
-  esac
+  if [ "$1" = met ]; then
+    [ "$status" = 0 ] || fail "$2: status $status, expected 0"
+  elif [ "$status" -lt 1 ] || [ "$status" -gt 254 ]; then
+    fail "$2: status $status, expected 1-254"
+  fi
 }
 
 check unmet "no mount"

@@ -7,13 +7,18 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <ctime>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <thread>
 
 #include <gtest/gtest.h>
+
+#include "tests/support/hostile_run.h"
 
 namespace hoxen_test {
 
@@ -63,15 +68,8 @@ std::string daily_log_path() {
     return name;
 }
 
-std::vector<std::string> log_messages() {
-    const std::string text = read_file(daily_log_path()), end = " \r\n";
-    const size_t stamp = sizeof("[YYYY-MM-DD hh:mm:ss] : ") - 1;
-    std::vector<std::string> messages;
-    for (size_t at = 0, next; (next = text.find(end, at)) != std::string::npos;
-         at = next + end.size()) {
-        messages.push_back(text.substr(at + stamp, next - at - stamp));
-    }
-    return messages;
+bool is_mount_point(const std::string& dir) {
+    return read_file("/proc/self/mounts").find(" " + dir + " ") != std::string::npos;
 }
 
 Child::Child(const std::vector<std::string>& argv) {
@@ -123,85 +121,122 @@ bool Child::running() {
     return _pid > 0 && !_reaped;
 }
 
-std::vector<std::string> daemon_command(const std::vector<std::string>& args) {
-    std::vector<std::string> argv{HOXEN_BINARY_DIR "/hoxen"};
-    argv.insert(argv.end(), args.begin(), args.end());
-    return argv;
-}
-
-FakeCommands::FakeCommands(const std::string& dir) : _dir(dir) {
-    EXPECT_EQ(shell("mkdir -p '" + dir + "'"), 0);
-    const char* path = getenv("PATH");
-    _oldPath = path != nullptr ? path : "/usr/bin:/bin";
-    setenv("PATH", (_dir + ":" + _oldPath).c_str(), 1);
-}
-
-FakeCommands::~FakeCommands() {
-    setenv("PATH", _oldPath.c_str(), 1);
-}
-
-void FakeCommands::prints(const std::string& name, const std::string& output) {
-    write_file(_dir + "/" + name + ".out", output);
-    runs(name, "cat '" + _dir + "/" + name + ".out'");
-}
-
-void FakeCommands::runs(const std::string& name, const std::string& body) {
-    write_file(_dir + "/" + name, "#!/bin/sh\n" + body + "\n", 0755);
-}
-
-bool is_mount_point(const std::string& dir) {
-    return read_file("/proc/self/mounts").find(" " + dir + " ") != std::string::npos;
-}
-
-QuilloMount::QuilloMount(const std::string& dir) : _dir(dir) {
-    EXPECT_EQ(shell("mkdir -p '" + dir + "'"), 0);
-    _fuse = std::make_unique<Child>(
-        std::vector<std::string>{HOXEN_BINARY_DIR "/tools/quillo_fuse/quillo_fuse", "-f", "-s",
-                                 "-o", "fsname=quillo,subtype=quillo", dir});
-    EXPECT_TRUE(wait_until([&] { return mounted(); }, 10)) << "no quillo mount at " << dir;
-}
-
-QuilloMount::~QuilloMount() {
-    if (mounted())
-        unmount();
-}
-
-bool QuilloMount::mounted() const {
-    return is_mount_point(_dir);
-}
-
-void QuilloMount::unmount() {
-    EXPECT_EQ(shell("umount '" + _dir + "'"), 0) << "cannot unmount " << _dir;
-    int status;
-    _fuse->wait_exit(5, &status);
-}
-
-ConnectedDaemon::ConnectedDaemon(const std::string& mountDir, std::vector<std::string> args)
-    : mount(mountDir) {
-    EXPECT_TRUE(server.listen());
-    args.insert(args.begin(), {"127.0.0.1", std::to_string(server.port())});
-    daemon = std::make_unique<Child>(daemon_command(args));
-    EXPECT_TRUE(server.waitForHandshake(0, std::chrono::seconds(10), &hello)) << daemon->output();
-}
-
-// The recording fake integrity checker: appends its arguments, one call a line, to `record`.
-static void install_fake_checker(const std::string& record) {
-    const std::string dir = "/brellium/orvaclient/integrity";
-    EXPECT_EQ(shell("mkdir -p " + dir), 0);
-    write_file(dir + "/integrity", "#!/bin/sh\necho \"$@\" >> '" + record + "'\n", 0755);
-}
-
+const char kHoxen[] = HOXEN_BINARY_DIR "/hoxen";
 const char kCheckerRecord[] = "/tmp/checker.calls";
 
 void start_scenario(bool logging) {
     // The log folder is made here: a first line racing the log's own background mkdir would
     // be lost (the daily log test covers that path).
+    const std::string checker = "/brellium/orvaclient/integrity";
     EXPECT_EQ(shell(std::string("rm -rf /var/log/quillo /tmp/logging.dat ") + kCheckerRecord +
-                    " && mkdir -p /var/log/quillo/hoxen"),
+                    " && mkdir -p /var/log/quillo/hoxen " + checker),
               0);
-    install_fake_checker(kCheckerRecord);
+    write_file(checker + "/integrity",
+               "#!/bin/sh\necho \"$@\" >> " + std::string(kCheckerRecord) + "\n", 0755);
     if (logging)
         write_file("/tmp/logging.dat", "");
+}
+
+ConnectedDaemon::ConnectedDaemon(const std::string& mountDir, std::vector<std::string> args)
+    : mountDir(mountDir) {
+    EXPECT_EQ(shell("mkdir -p '" + mountDir + "'"), 0);
+    fuse = std::make_unique<Child>(
+        std::vector<std::string>{HOXEN_BINARY_DIR "/tools/quillo_fuse/quillo_fuse", "-f", "-s",
+                                 "-o", "fsname=quillo,subtype=quillo", mountDir});
+    EXPECT_TRUE(wait_until([&] { return is_mount_point(mountDir); }, 10)) << mountDir;
+    EXPECT_TRUE(server.listen());
+    args.insert(args.begin(), {kHoxen, "127.0.0.1", std::to_string(server.port())});
+    daemon = std::make_unique<Child>(args);
+    EXPECT_TRUE(server.waitForHandshake(0, std::chrono::seconds(10), &hello)) << daemon->output();
+}
+
+ConnectedDaemon::~ConnectedDaemon() {
+    daemon.reset();
+    if (is_mount_point(mountDir))
+        unmount();
+}
+
+void ConnectedDaemon::unmount() {
+    EXPECT_EQ(shell("umount '" + mountDir + "'"), 0) << "cannot unmount " << mountDir;
+    int status;
+    fuse->wait_exit(5, &status);
+}
+
+Footprint footprint_of(pid_t pid) {
+    const std::string proc = "/proc/" + std::to_string(pid);
+    Footprint f;
+    std::error_code error;
+    f.fds = int(std::distance(std::filesystem::directory_iterator(proc + "/fd", error), {}));
+    const std::string status = read_file(proc + "/status");
+    auto field = [&](const char* name) {
+        size_t at = status.find(std::string("\n") + name + ":");
+        return at == std::string::npos ? -1 : atol(status.c_str() + at + strlen(name) + 2);
+    };
+    f.rssKib = field("VmRSS");
+    f.threads = int(field("Threads"));
+    // The fields after the name, which may hold blanks: state, 10 numbers, utime, stime.
+    const std::string stat = read_file(proc + "/stat");
+    long utime = 0, stime = 0;
+    if (sscanf(stat.c_str() + stat.rfind(')') + 1, " %*c%*d%*d%*d%*d%*d%*u%*u%*u%*u%*u%ld%ld",
+               &utime, &stime) == 2)
+        f.cpuTicks = utime + stime;
+    return f;
+}
+
+static std::string describe(const Footprint& f) {
+    return "fds " + std::to_string(f.fds) + ", rss " + std::to_string(f.rssKib) + " KiB, threads " +
+           std::to_string(f.threads) + ", cpu " + std::to_string(f.cpuTicks) + " ticks";
+}
+
+bool HostileRun::message(size_t conn, const std::string& text, const std::string& printed) {
+    _expected.push_back(printed.empty() ? std::string(text.c_str()) : printed);
+    return server.sendFrame(conn, "#1:" + text);
+}
+
+void HostileRun::expect_all_delivered(double seconds) {
+    const std::string prefix = "Recevied Msg: ";
+    const int expected = static_cast<int>(_expected.size());
+    auto checks = [] { return count_of(read_file(kCheckerRecord), "m\n"); };
+    EXPECT_TRUE(wait_until(
+        [&] { return count_of(daemon->output(), prefix) >= expected && checks() >= expected; },
+        seconds))
+        << count_of(daemon->output(), prefix) << " printed, " << checks() << " checks of "
+        << expected;
+    // Checkers still starting would show late.
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    const std::string& out = daemon->output();
+    EXPECT_EQ(count_of(out, prefix), expected);
+    EXPECT_EQ(checks(), expected);
+    for (const std::string& text : _expected)
+        EXPECT_EQ(count_of(out, prefix + text + "\r\n"), 1) << text.substr(0, 60);
+}
+
+Footprint HostileRun::footprint() {
+    Footprint least = footprint_of(daemon->pid());
+    for (int i = 0; i < 10; ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        Footprint f = footprint_of(daemon->pid());
+        least = f.threads < least.threads ? f : least;
+    }
+    return least;
+}
+
+void HostileRun::expect_footprint_kept(const Footprint& before) {
+    Footprint now;
+    wait_until(
+        [&] {
+            now = footprint();
+            return now.threads <= before.threads && now.fds <= before.fds + 1;
+        },
+        5);
+    const std::string change = describe(before) + " -> " + describe(now);
+    printf("footprint: %s\n", change.c_str());
+    EXPECT_LE(now.threads, before.threads) << change;
+    EXPECT_LE(std::abs(now.fds - before.fds), 1) << change;
+#ifndef HOXEN_SANITIZED  // sanitizer quarantine and shadow memory grow resident memory
+    EXPECT_LE(now.rssKib - before.rssKib, 256) << change;
+#endif
+    EXPECT_TRUE(daemon->running());
 }
 
 }  // namespace hoxen_test

@@ -1,6 +1,6 @@
-// Helpers shared by the daemon's tests: child processes with their output on a pipe, fake
-// shell commands first on PATH, the quillo FUSE mount (tools/quillo_fuse), file and log
-// readers. Meant for one test thread; what a helper launches it also reaps.
+// Helpers shared by the daemon's tests: child processes with their output on a pipe, the
+// daemon against its own push server with a quillo FUSE mount (tools/quillo_fuse), file and
+// log readers. Meant for one test thread; what a helper launches it also reaps.
 #ifndef HOXEN_TESTS_SUPPORT_DAEMON_HARNESS_H
 #define HOXEN_TESTS_SUPPORT_DAEMON_HARNESS_H
 
@@ -24,11 +24,10 @@ int shell(const std::string& command);
 int count_of(const std::string& text, const std::string& piece);
 // Polls `done` every 20 ms for at most `seconds`; true once it held.
 bool wait_until(const std::function<bool()>& done, double seconds);
-
-// Today's daily log file of the daemon, by local time, and the messages of its lines
-// (stamps and line ends removed), in order.
+// Today's daily log file of the daemon, by local time.
 std::string daily_log_path();
-std::vector<std::string> log_messages();
+// True while /proc/self/mounts lists `dir` as a mount point.
+bool is_mount_point(const std::string& dir);
 
 // A child process whose standard output the test reads through a pipe; its standard error
 // stays the test's own. Destruction kills (SIGKILL) and reaps it if it still runs.
@@ -52,59 +51,27 @@ private:
     std::string _text;
 };
 
-// The daemon binary's command line with `args` (program name excluded).
-std::vector<std::string> daemon_command(const std::vector<std::string>& args);
+extern const char kHoxen[];          // the daemon binary of this build
+extern const char kCheckerRecord[];  // the fake integrity checker's calls, one a line
+// Starts a daemon scenario afresh: an empty log folder, no checker record, the fake checker
+// installed, and the log switch file present or not.
+void start_scenario(bool logging);
 
-// Shell scripts named like system commands in `dir` (made if missing), first on PATH until
-// destruction.
-class FakeCommands {
-public:
-    explicit FakeCommands(const std::string& dir);
-    ~FakeCommands();
-    // The command prints `output` (kept in a file beside it, so it may be changed).
-    void prints(const std::string& name, const std::string& output);
-    // The command runs `body` (sh).
-    void runs(const std::string& name, const std::string& body);
-
-private:
-    std::string _dir;
-    std::string _oldPath;
-};
-
-// The quillo FUSE mount at `dir` (made if missing), fsname and type quillo; unmounted at
-// destruction if still mounted.
-class QuilloMount {
-public:
-    explicit QuilloMount(const std::string& dir);
-    ~QuilloMount();
-    bool mounted() const;
-    void unmount();
-
-private:
-    std::string _dir;
-    std::unique_ptr<Child> _fuse;
-};
-
-// The daemon started with `args` against its own push server on 127.0.0.1, with the quillo
-// mount up at `mountDir`; construction waits for the handshake (recorded in `hello`).
+// The daemon started with `args` against its own push server on 127.0.0.1, with a quillo
+// FUSE mount (fsname and type quillo) at `mountDir`; construction waits for the handshake
+// (recorded in `hello`). Destruction ends the daemon, then the mount.
 struct ConnectedDaemon {
     explicit ConnectedDaemon(const std::string& mountDir,
                              std::vector<std::string> args = {"BOX", "10"});
+    ~ConnectedDaemon();
+    void unmount();  // removes the mount and waits for its FUSE helper to end
 
-    QuilloMount mount;
+    std::string mountDir;
+    std::unique_ptr<Child> fuse;
     pushserver::PushServer server;
     std::unique_ptr<Child> daemon;
     pushserver::Handshake hello;
 };
-
-// True while /proc/self/mounts lists `dir` as a mount point.
-bool is_mount_point(const std::string& dir);
-
-// Where start_scenario's fake integrity checker records its calls.
-extern const char kCheckerRecord[];
-// Starts a daemon scenario afresh: an empty log folder, an empty checker record, the fake
-// checker installed, and the log switch file present or not.
-void start_scenario(bool logging);
 
 }  // namespace hoxen_test
 

@@ -1,23 +1,20 @@
 #!/usr/bin/env bash
-# Runs tools/demo on the build as it is and checks that its output shows, in this order: the
-# handshake, "Auth: passed, ...", the received message, the checker's launch, the daily log
-# lines, the removal of the storage mount, the heartbeat's shutdown and hoxen's end by kill -9.
-# Skipped (77) without the daemon or without root.
+# Runs tools/demo on the build as it is, within 30 s, and checks that its output shows, in
+# this order: the handshake, "Auth: passed, ...", the received message, the checker's launch,
+# the daily log lines, the removal of the storage mount, the heartbeat's shutdown and hoxen's
+# end by kill -9. Skipped (77) without the daemon or without root.
 # usage: demo_test.sh SOURCE_DIR BUILD_DIR daemon|library
 set -euo pipefail
-source_dir=$1
-build_dir=$2
 [ "$3" = daemon ] && [ "$(id -u)" = 0 ] || { echo "skipped: needs the daemon and root"; exit 77; }
 out=$(mktemp)
 trap 'rm -f "$out"' EXIT
+fail() { echo "FAIL: $*"; exit 1; }
 
-started=$SECONDS
 status=0
-HOXEN_DEMO_NO_BUILD=1 HOXEN_DEMO_BUILD_DIR=$build_dir timeout 60 "$source_dir/tools/demo" \
-  >"$out" 2>&1 || status=$?
+HOXEN_DEMO_NO_BUILD=1 HOXEN_DEMO_BUILD_DIR=$2 timeout 60 "$1/tools/demo" >"$out" 2>&1 || status=$?
 cat "$out"
-[ "$status" = 0 ] || { echo "FAIL: demo status $status"; exit 1; }
-[ $((SECONDS - started)) -lt 30 ] || { echo "FAIL: demo took $((SECONDS - started)) s"; exit 1; }
+[ "$status" = 0 ] || fail "demo status $status"
+[ "$SECONDS" -lt 30 ] || fail "demo took $SECONDS s"
 
 # Each pattern must match a line after the line the previous one matched.
 line=0
@@ -39,9 +36,9 @@ for pattern in \
   '^  push server +\| client 0: closed by the client$' \
   '^== demo finished in [0-9]+ s$'; do
   found=$(tail -n +$((line + 1)) "$out" | grep -nE -m1 -- "$pattern" | cut -d: -f1 || true)
-  [ -n "$found" ] || { echo "FAIL: no line after line $line matches: $pattern"; exit 1; }
+  [ -n "$found" ] || fail "no line after line $line matches: $pattern"
   line=$((line + found))
 done
 # Nothing of the demo outlives it: no mount of it is left on this machine.
-! grep -q ' /tmp/quillo ' /proc/self/mounts || { echo "FAIL: a quillo mount is left"; exit 1; }
+! grep -q ' /tmp/quillo ' /proc/self/mounts || fail "a quillo mount is left"
 echo "demo test passed"

@@ -13,9 +13,10 @@ cleanup() {
 }
 trap cleanup EXIT
 fail() { echo "FAIL: $*" >&2; cat "$work/out" >&2 2>/dev/null || true; exit 1; }
+has() { for line; do grep -qxF -- "$line" "$work/out" || fail "no line: $line"; done; }
 
-start() { # tool arguments...
-  "$tool" --port 0 --limit 5 "$@" >"$work/out" 2>&1 &
+start() { # tool arguments... (standard input from $input, /dev/null by default)
+  "$tool" --port 0 "$@" <"${input:-/dev/null}" >"$work/out" 2>&1 &
   server=$!
   for _ in $(seq 100); do
     port=$(sed -n 's/^listening on 127.0.0.1://p' "$work/out")
@@ -24,10 +25,11 @@ start() { # tool arguments...
   done
   fail "no listening line"
 }
-client() { # handshake [hang-up] -> the bytes the server sends until it closes, in $work/got
+client() { # handshake [hang-up] -> the bytes the server sends until it closes, in $got
   exec 3<>"/dev/tcp/127.0.0.1/$port"
   printf '%b' "$1" >&3
-  [ "${2:-}" = hang-up ] || timeout 5 cat <&3 >"$work/got" || true
+  got=
+  [ "${2:-}" = hang-up ] || got=$(timeout 5 cat <&3 || true)
   exec 3<&-
 }
 finish() { # expected status
@@ -38,45 +40,37 @@ finish() { # expected status
 }
 
 echo "== scripted steps"
-start --auth true:TOKEN --sleep 100 --msg "integrity hello" --frame '#7:x' --close
+start --limit 5 --auth true:TOKEN --sleep 100 --msg "integrity hello" --frame '#7:x' --close
 client 'BOX:(3f9a0c27)10\nvintrago\n\n'
 finish 0
-[ "$(cat "$work/got")" = '0013#2:true:TOKEN0018#1:integrity hello0004#7:x' ] \
-  || fail "frames on the wire: $(cat "$work/got")"
-grep -qx 'client 0: handshake: domain=BOX identifier=3f9a0c27 user id=10 login parameter=vintrago' \
-  "$work/out" || fail "handshake line"
-grep -qx 'client 0: sent 0018#1:integrity hello' "$work/out" || fail "sent line"
-grep -qx 'client 0: closed' "$work/out" || fail "closed line"
+[ "$got" = '0013#2:true:TOKEN0018#1:integrity hello0004#7:x' ] || fail "on the wire: $got"
+has 'client 0: handshake: domain=BOX identifier=3f9a0c27 user id=10 login parameter=vintrago' \
+  'client 0: sent 0018#1:integrity hello' 'client 0: closed'
 
 echo "== steps typed on standard input"
 mkfifo "$work/in"
-"$tool" --port 0 <"$work/in" >"$work/out" 2>&1 &
-server=$!
-exec 4>"$work/in"
-for _ in $(seq 100); do
-  port=$(sed -n 's/^listening on 127.0.0.1://p' "$work/out"); [ -n "$port" ] && break; sleep 0.05
-done
+exec 4<>"$work/in"
+input=$work/in start
 printf 'nonsense\nsleep soon\n# a comment\nmsg a:b\nclose\n' >&4
 client 'BOX:10\nL\n\n'
 echo quit >&4
 exec 4>&-
 finish 0
-[ "$(cat "$work/got")" = '0006#1:a:b' ] || fail "typed frames: $(cat "$work/got")"
-grep -qx "unknown command 'nonsense' (help lists the commands)" "$work/out" || fail "bad command"
-grep -qx "sleep takes milliseconds, not 'soon'" "$work/out" || fail "bad sleep"
-grep -qx 'client 0: handshake: domain=BOX identifier= user id=10 login parameter=L' "$work/out" \
-  || fail "handshake without identifier"
+[ "$got" = '0006#1:a:b' ] || fail "typed frames: $got"
+has "unknown command 'nonsense' (help lists the commands)" "sleep takes milliseconds, not 'soon'" \
+  'client 0: handshake: domain=BOX identifier= user id=10 login parameter=L'
 
 echo "== a client that closes first, a wait that ends, usage errors"
-start --wait-close
+start --limit 5 --wait-close
 client 'BOX:(1)2\np\n\n' hang-up
 finish 0
-grep -qx 'client 0: closed by the client' "$work/out" || fail "peer close line"
+has 'client 0: closed by the client'
 "$tool" --port 0 --limit 1 --msg never >"$work/out" 2>&1 && fail "wait without a client passed"
-grep -qx 'no client handshake within the wait limit' "$work/out" || fail "wait limit line"
-status=0; "$tool" --bogus >"$work/out" 2>&1 || status=$?
-[ "$status" = 2 ] || fail "unknown option: status $status"
-status=0; "$tool" --sleep x >"$work/out" 2>&1 || status=$?
-[ "$status" = 2 ] || fail "bad sleep value: status $status"
+has 'no client handshake within the wait limit'
+# shellcheck disable=SC2086  # the arguments are words
+for args in --bogus "--sleep x"; do
+  status=0; "$tool" $args >"$work/out" 2>&1 || status=$?
+  [ "$status" = 2 ] || fail "$args: status $status, expected 2"
+done
 "$tool" --help | grep -q -- '--auth RESULT:TOKEN' || fail "--help"
 echo "push server tool test passed"

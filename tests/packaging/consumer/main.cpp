@@ -10,25 +10,16 @@
 
 class identifierMaker : public tavik::thread<false> {
 public:
-    void run() override {
-        snprintf(identifier, sizeof(identifier), "%s", tavik::uuid::randomUUID());
-    }
-    char identifier[64] = "";
+    void run() override { snprintf(id, sizeof(id), "%s", tavik::uuid::randomUUID()); }
+    char id[64] = "";
 };
 
 int main() {
     identifierMaker maker;
-    if (maker.start(nullptr) == 0) {
+    if (maker.start(nullptr) == 0)
         return 1;
-    }
-    for (int i = 0; i < 500 && maker.status != tavik::_finished; i++) {
-        usleep(10000);
-    }
-    if (maker.status != tavik::_finished) {
-        return 1;
-    }
-    size_t length = strlen(maker.identifier);
-    bool hex = strspn(maker.identifier, "0123456789abcdef") == length;
-    printf("tavik consumer: %s\n", maker.identifier);
-    return length == 32 && hex ? 0 : 1;
+    for (int i = 0; i < 500 && maker.status != tavik::_finished; i++) usleep(10000);
+    printf("tavik consumer: %s\n", maker.id);
+    bool hex = strlen(maker.id) == 32 && strspn(maker.id, "0123456789abcdef") == 32;
+    return maker.status == tavik::_finished && hex ? 0 : 1;
 }
