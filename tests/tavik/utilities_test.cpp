@@ -12,6 +12,9 @@ namespace {
 
 TEST(UtilitiesTest, TextFiltersTouchOnlyTheirCharacters) {
     EXPECT_STREQ("", tavik::trim("   "));
+    EXPECT_STREQ("a b \t", tavik::ltrim("  a b \t"));  // blanks only, and one side each
+    EXPECT_STREQ("\t a b", tavik::rtrim("\t a b  "));
+    EXPECT_STREQ("ab", tavik::killToken("a\nb\n", '\n'));
     EXPECT_STREQ("100%%", tavik::safeVF("100%"));
     char text[] = "MiXeD\xe9";
     EXPECT_STREQ("MIXED\xe9", tavik::strupr(text));
