@@ -7,7 +7,9 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <filesystem>
 #include <string>
+#include <thread>
 #include <tuple>
 
 #include "hoxen/hoxen.h"
@@ -22,26 +24,11 @@ void log_text(std::string text) {
     log(&text[0]);
 }
 
-// A fake command named `name` that runs `body` (sh), first on PATH from the first call on.
-void fake(const std::string& name, const std::string& body) {
-    static const bool onPath =
-        shell("mkdir -p /tmp/fakes") == 0 &&
-        setenv("PATH", ("/tmp/fakes:" + std::string(getenv("PATH"))).c_str(), 1) == 0;
-    ASSERT_TRUE(onPath);
-    write_file("/tmp/fakes/" + name, "#!/bin/sh\n" + body + "\n", 0755);
-}
-
-// A fake command that prints `output` as it is (kept in a file beside it).
-void fake_prints(const std::string& name, const std::string& output) {
-    fake(name, "cat /tmp/fakes/" + name + ".out");
-    write_file("/tmp/fakes/" + name + ".out", output);
-}
-
-// Starts the daily log afresh, switched on and its folder made.
+// Starts the daily log and the command record afresh, logging switched on, folders made.
 void fresh_log() {
-    shell("rm -rf /var/log/quillo /tmp/pwned*");
+    shell("rm -rf /var/log/quillo /tmp/pwned* /tmp/commands");
+    std::filesystem::create_directories("/var/log/quillo/hoxen");
     write_file("/tmp/logging.dat", "");
-    log_text("[INFO] log ready");  // the first call may lose its line to mkdir
 }
 
 }  // namespace
@@ -58,19 +45,17 @@ TEST(DailyLog, FollowsTheLocalDateAndWritesOnlyWhileSwitchedOnLeavingNoStreamOpe
     EXPECT_EQ(format_log_line(text, sizeof(text), march5, "100% %s %n"), 37u);
     EXPECT_STREQ(text, "[2026-03-05 14:07:09] : 100% %s %n \r\n");
 
-    shell("rm -rf /var/log/quillo /tmp/logging.dat");
+    shell("rm -rf /var/log/quillo /tmp/logging.dat /tmp/commands");
+    fake("mkdir", {}, "sleep 1; " + real("mkdir -p"));
     const int before = footprint_of(getpid()).fds;
     log_text("[INFO] not recorded");
     EXPECT_FALSE(file_exists("/var/log/quillo"));
 
+    // Missing folders are made by mkdir commands; only the last one is waited for.
     write_file("/tmp/logging.dat", "");
-    // The parent directory is made in the background, so the first lines may be lost.
-    ASSERT_TRUE(wait_until(
-        [] {
-            log_text("[INFO] first");
-            return file_exists(daily_log_path());
-        },
-        5));
+    const double start = now();
+    log_text("[INFO] first");
+    const double end = now();
     log_text("[WARN] 50% of %s done");
     log_text(std::string(1000, 'y'));  // cut, keeping its stamp and line end
     for (int i = 0; i < 50; ++i) log_text("[INFO] on");
@@ -78,11 +63,12 @@ TEST(DailyLog, FollowsTheLocalDateAndWritesOnlyWhileSwitchedOnLeavingNoStreamOpe
     log_text("[INFO] switched off");
     EXPECT_EQ(footprint_of(getpid()).fds, before);
 
-    const std::string written = read_file(daily_log_path());
-    EXPECT_EQ(count_of(written, "] : [WARN] 50% of %s done \r\n"), 1) << written;
-    EXPECT_EQ(count_of(written, "] : " + std::string(228, 'y') + " \r\n"), 1);
-    EXPECT_EQ(written.find("not recorded"), std::string::npos);
-    EXPECT_EQ(written.find("switched off"), std::string::npos);
+    EXPECT_EQ(commands(start, end),
+              "mkdir /var/log/quillo\nmkdir /var/log/quillo/hoxen\nmkdir /var/log/quillo/hoxen\n...1");
+    std::string on;
+    for (int i = 0; i < 50; ++i) on += "[INFO] on \r\n";
+    EXPECT_EQ(logged(), "[INFO] first \r\n[WARN] 50% of %s done \r\n" + std::string(228, 'y') +
+                            " \r\n" + on);
 }
 
 TEST(ProcessLookup, PidsComeFromTheFirstLineThatMatchesAndIsNoGrep) {
@@ -97,18 +83,17 @@ TEST(ProcessLookup, PidsComeFromTheFirstLineThatMatchesAndIsNoGrep) {
     std::string digits(300, '7');
     getIntPid(&digits[0]);  // bounded copy: no overrun (checked by the sanitizers)
 
-    fake_prints("ps",
-                "root 11 1 0 10:00 ? 00:00:00 grep integrity p\n"
+    fake("ps", {"root 11 1 0 10:00 ? 00:00:00 grep integrity p\n"
                 "root 321 1 0 10:00 ? 00:00:00 /brellium/orvaclient/integrity/integrity p\n"
-                "root 654 1 0 10:00 ? 00:00:00 /usr/bin/quillo -heartbit\n");
+                "root 654 1 0 10:00 ? 00:00:00 /usr/bin/quillo -heartbit\n"});
     EXPECT_EQ(get_integrity_pid(), 321);
     EXPECT_EQ(getQuillosHeartBitPid(), 654);
-    fake_prints("ps", "root 321 1 0 10:00 ? 00:00:00 /brellium/orvaclient/integrity/integrity m\n");
+    fake("ps", {"root 321 1 0 10:00 ? 00:00:00 /brellium/orvaclient/integrity/integrity m\n"});
     EXPECT_EQ(get_integrity_pid(), -1);
     EXPECT_EQ(getQuillosHeartBitPid(), -1);
     // Low pids count as not found; silence right after a hit must not repeat the last answer.
     for (auto [out, pid] : {std::pair{"4321\n", 4321}, {"2\n", -1}, {"4321\n", 4321}, {"", -1}}) {
-        fake_prints("pidof", out);
+        fake("pidof", {out});
         EXPECT_EQ(get_hoxen_pid(), pid) << out;
     }
 }
@@ -125,7 +110,7 @@ TEST(ProcessLookup, OnlyAFuseQuilloMountCountsButAnyQuilloLineHasAPath) {
         {"quillo on /end\n", -1, "/end\n"},
     };
     for (auto [listing, pid, path] : cases) {
-        fake_prints("mount", listing);
+        fake("mount", {listing});
         EXPECT_EQ(getQuillosMountPid(), pid) << listing;
         if (path != nullptr) {
             EXPECT_STREQ(getMountPath(), path) << listing;
@@ -133,52 +118,96 @@ TEST(ProcessLookup, OnlyAFuseQuilloMountCountsButAnyQuilloLineHasAPath) {
     }
 }
 
-TEST(StopSequence, MountPathsReachUmountQuotedAndTheLogAsTheyAre) {
-    fresh_log();
+TEST(StopSequence, KillPassesPauseASecondAndEndWhenTheLookupFindsNothing) {
+    // A mount path that the shell must not read as commands.
     const std::string path =
         "/tmp/a;touch${IFS}/tmp/pwned1;$(touch${IFS}/tmp/pwned2)'`touch${IFS}/tmp/pwned3`";
-    fake_prints("mount", "quillo on " + path + " type fuse.quillo (rw)\n");
-    fake("umount", "printf '%s|' \"$@\" >> /tmp/umount.calls; echo >> /tmp/umount.calls");
-    stop_quillo();
-    ASSERT_TRUE(wait_until([] { return count_of(read_file("/tmp/umount.calls"), "\n") == 3; }, 5));
-    EXPECT_EQ(read_file("/tmp/umount.calls"),
-              "-l|" + path + "|\n-l|" + path + "|\n-l|" + path + "|\n");
+    const std::string mounted = "quillo on " + path + " type fuse.quillo (rw)\n";
+    const std::string unmount = "mount\nmount\nmount\numount -l " + path + "\n";
+    const std::string ps = "root PID 1 0 10:00 ? 00:00:00 ";
+    fake("umount", {}, "sleep 1");
+    // Each stop with the outputs of its fakes (PID: a sleeping child of ours, which must end
+    // by kill -9), then the commands run and their pace, then the log.
+    struct {
+        void (*stop)();
+        std::vector<std::pair<std::string, std::vector<std::string>>> fakes;
+        std::string commands;
+        std::string log;
+    } cases[] = {
+        {stop_hoxen, {{"pidof", {"PID\n", ""}}}, "pidof -s hoxen\npidof -s hoxen\n.1.",
+         "[INFO] hoxen(pid=PID) is stopped !\r\n \r\n"},
+        {stop_integrity, {{"ps", {ps + "/brellium/orvaclient/integrity/integrity p\n", ""}}},
+         "ps -ef\nps -ef\n.1.", "[INFO] integrity(pid=PID) is stopped ! \r\n"},
+        {stop_quillo_heartbit, {{"ps", {"root 4242 1 0 10:00 ? 00:00:00 integrity p\n"}}},
+         "ps -ef\n..", ""},
+        // Three unmount passes without a pause, then three kill passes of the fixed 1000.
+        {stop_quillo, {{"mount", {mounted}}},
+         unmount + unmount + unmount + "mount\nmount\nmount\n" + std::string(13, '.') + "111",
+         "[INFO] fuse umount(" + path + ") is stopped ! \r\n[INFO] fuse umount(" + path +
+             ") is stopped ! \r\n[INFO] fuse umount(" + path + ") is stopped ! \r\n" +
+             "[INFO] quillo(pid=1000) is stopped ! \r\n[INFO] quillo(pid=1000) is stopped ! \r\n"
+             "[INFO] quillo(pid=1000) is stopped ! \r\n"},
+        {stop_quillo, {{"mount", {""}}}, "mount\nmount\nmount\nmount\n.....", ""},
+        // The heartbeat looks at once, then every 4 s until the mount is gone.
+        {[] { check_heartbit(nullptr); },
+         {{"mount", {mounted, ""}}, {"pidof", {""}}},
+         "mount\nmount\nmount\nmount\nmount\nmount\npidof -s hoxen\n.4......",
+         "[CRIT] quillo process is stopped, kill all process! \r\n"},
+    };
+    for (auto& c : cases) {
+        fresh_log();
+        Child sleeper({"/bin/sleep", "30"});
+        auto withPid = [&](std::string text) {
+            for (size_t at; (at = text.find("PID")) != std::string::npos;)
+                text.replace(at, 3, std::to_string(sleeper.pid()));
+            return text;
+        };
+        bool killed = false;
+        for (auto& [name, outputs] : c.fakes) {
+            std::vector<std::string> texts;
+            for (const std::string& out : outputs) texts.push_back(withPid(out));
+            killed = killed || texts != outputs;
+            fake(name, texts);
+        }
+        const double start = now();
+        c.stop();
+        const std::string done = commands(start, now());
+        EXPECT_EQ(done, c.commands);
+        EXPECT_EQ(logged(), withPid(c.log)) << done;
+        int status = 0;
+        EXPECT_EQ(sleeper.wait_exit(killed ? 5 : 0, &status) && WTERMSIG(status) == SIGKILL, killed)
+            << done;
+    }
+    EXPECT_EQ(check_count, 4);
     for (const char* file : {"/tmp/pwned1", "/tmp/pwned2", "/tmp/pwned3"}) {
         EXPECT_FALSE(file_exists(file)) << file;
     }
-    std::string text = read_file(daily_log_path());
-    EXPECT_EQ(count_of(text, "[INFO] fuse umount(" + path + ") is stopped ! \r\n"), 3) << text;
-    // The mount stays listed, so all three kill passes run against the fixed 1000.
-    EXPECT_EQ(count_of(text, "[INFO] quillo(pid=1000) is stopped ! \r\n"), 3) << text;
     // A quoted path that does not fit is not written at all.
     char small[8];
     EXPECT_FALSE(shell_quote(small, sizeof(small), "/mnt/long"));
     EXPECT_STREQ(small, "");
-
-    fake_prints("mount", "");
-    shell("rm /var/log/quillo/hoxen/*");
-    stop_quillo();
-    EXPECT_EQ(read_file(daily_log_path()), "");  // nothing listed: nothing to stop or log
 }
 
-TEST(StopSequence, StopFunctionsKillWhatTheLookupsFind) {
+TEST(PushHandlers, AnErrorIsWarnedAfterEachFailedReconnectInALineOfAtMost127Characters) {
     fresh_log();
-    for (auto [process, stop] : {std::pair<const char*, void (*)()>{
-                                     "/brellium/orvaclient/integrity/integrity p", stop_integrity},
-                                 {"/usr/bin/quillo -heartbit", stop_quillo_heartbit}}) {
-        // ps lists a sleeping child of ours as that process for as long as it is no zombie.
-        Child sleeper({"/bin/sleep", "30"});
-        fake("ps", "pid=" + std::to_string(sleeper.pid()) +
-                       "; grep -q '^State:.Z' /proc/$pid/status ||"
-                       " echo \"root $pid 1 0 10:00 ? 00:00:00 " +
-                       process + "\"");
-        stop();
-        int status = 0;
-        EXPECT_TRUE(sleeper.wait_exit(5, &status));
-        EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL) << process;
-    }
-    // stop_hoxen, which the heartbeat calls, is checked on the daemon itself.
-    EXPECT_EQ(count_of(read_file(daily_log_path()), "] : [INFO] integrity(pid="), 1);
+    // Kept for the process: the session's receive thread outlives the test.
+    static pushserver::PushServer* server = new pushserver::PushServer;
+    static Push* push = new Push;
+    ASSERT_TRUE(server->listen());
+    server->stopListening();
+    snprintf(push->ip, sizeof(push->ip), "127.0.0.1");
+    push->port = server->port();
+    std::string early;  // the log half a second in, before the port listens
+    std::thread listener([&] {
+        usleep(500 * 1000);
+        early = logged();
+        server->listen(push->port);
+    });
+    push->onError(std::string(200, 'e').c_str());  // refused at once, connected a second later
+    listener.join();
+    const std::string warning = "[WARN] error occurred: " + std::string(104, 'e') + " \r\n";
+    EXPECT_EQ(early + logged(), warning + warning);
+    EXPECT_TRUE(server->waitForHandshake(0, std::chrono::seconds(5)));
 }
 
 TEST(SavedSequence, ReadsTheFirstNumberOfTheConfirmFile) {

@@ -13,6 +13,8 @@
 #include <ctime>
 #include <filesystem>
 #include <fstream>
+#include <map>
+#include <regex>
 #include <sstream>
 #include <thread>
 
@@ -72,6 +74,63 @@ bool is_mount_point(const std::string& dir) {
     return read_file("/proc/self/mounts").find(" " + dir + " ") != std::string::npos;
 }
 
+std::string logged() {
+    return std::regex_replace(read_file(daily_log_path()),
+                              std::regex(R"(\[\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\] : )"), "");
+}
+
+static const char kFakes[] = "/tmp/fakes";
+static const char kCommandRecord[] = "/tmp/commands";
+
+void fake(const std::string& name, const std::vector<std::string>& outputs,
+          const std::string& then) {
+    static const bool onPath =
+        shell(std::string("mkdir -p ") + kFakes) == 0 &&
+        setenv("PATH", (kFakes + (":" + std::string(getenv("PATH")))).c_str(), 1) == 0;
+    EXPECT_TRUE(onPath);
+    const std::string base = kFakes + ("/" + name);
+    std::string script = "#!/bin/sh\necho \"$$ $(date +%s.%N) " + name + "${*:+ $*}\" >> " +
+                         kCommandRecord + "\n";
+    for (size_t n = 0; n < outputs.size(); ++n) write_file(base + "." + std::to_string(n), outputs[n]);
+    if (!outputs.empty()) {
+        shell("rm -f " + base + ".count");
+        script += "n=$(cat " + base + ".count 2>/dev/null || echo 0); echo $((n + 1)) > " + base +
+                  ".count\n[ $n -lt " + std::to_string(outputs.size()) + " ] || n=" +
+                  std::to_string(outputs.size() - 1) + "\ncat " + base + ".$n\n";
+    }
+    write_file(base, script + then + "\n", 0755);
+}
+
+std::string real(const std::string& name) {
+    return "PATH=${PATH#" + std::string(kFakes) + ":} exec " + name + " \"$@\"";
+}
+
+std::string commands(double start, double end) {
+    std::map<long, std::pair<double, std::string>> calls;
+    std::istringstream record(read_file(kCommandRecord));
+    long pid;
+    double at;
+    for (std::string line; record >> pid >> at && std::getline(record, line);)
+        calls[pid] = {at, line.substr(1) + "\n"};
+    std::string text, pace;
+    double last = start;
+    auto step = [&](double at) {
+        const double gap = at - last;
+        last = at;
+        pace += gap < 0.5 ? '.' : gap >= 0.8 && gap < 1.9 ? '1' : gap >= 3.5 && gap < 5 ? '4' : '?';
+    };
+    for (const auto& call : calls) {
+        text += call.second.second;
+        step(call.second.first);
+    }
+    step(end);
+    return text + pace;
+}
+
+double now() {
+    return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
+}
+
 Child::Child(const std::vector<std::string>& argv) {
     std::vector<char*> args;
     for (const std::string& arg : argv) args.push_back(const_cast<char*>(arg.c_str()));
@@ -129,17 +188,19 @@ void start_scenario(bool logging) {
     // be lost (the daily log test covers that path).
     const std::string checker = "/brellium/orvaclient/integrity";
     EXPECT_EQ(shell(std::string("rm -rf /var/log/quillo /tmp/logging.dat ") + kCheckerRecord +
-                    " && mkdir -p /var/log/quillo/hoxen " + checker),
+                    " " + kCommandRecord + " && mkdir -p /var/log/quillo/hoxen " + checker),
               0);
     write_file(checker + "/integrity",
-               "#!/bin/sh\necho \"$@\" >> " + std::string(kCheckerRecord) + "\n", 0755);
+               "#!/bin/sh\necho \"out=$(readlink /proc/$$/fd/1) err=$(readlink /proc/$$/fd/2) "
+               "args=$*\" >> " + std::string(kCheckerRecord) + "\nsleep 1\n",
+               0755);
     if (logging)
         write_file("/tmp/logging.dat", "");
 }
 
 ConnectedDaemon::ConnectedDaemon(const std::string& mountDir, std::vector<std::string> args)
     : mountDir(mountDir) {
-    EXPECT_EQ(shell("mkdir -p '" + mountDir + "'"), 0);
+    std::filesystem::create_directories(mountDir);
     fuse = std::make_unique<Child>(
         std::vector<std::string>{HOXEN_BINARY_DIR "/tools/quillo_fuse/quillo_fuse", "-f", "-s",
                                  "-o", "fsname=quillo,subtype=quillo", mountDir});
@@ -157,7 +218,8 @@ ConnectedDaemon::~ConnectedDaemon() {
 }
 
 void ConnectedDaemon::unmount() {
-    EXPECT_EQ(shell("umount '" + mountDir + "'"), 0) << "cannot unmount " << mountDir;
+    // Not a fake umount: the tests record the daemon's commands only.
+    EXPECT_EQ(shell("/bin/umount '" + mountDir + "'"), 0) << "cannot unmount " << mountDir;
     int status;
     fuse->wait_exit(5, &status);
 }

@@ -51,10 +51,28 @@ private:
     std::string _text;
 };
 
+// Today's daily log with the stamps "[YYYY-MM-DD hh:mm:ss] : " taken off its lines.
+std::string logged();
+
+// Installs a fake command `name`, first on PATH (of this process and what it starts) from the
+// first call on. Each call is recorded, then prints outputs[n] on its n-th call (the last
+// output again after them, nothing without outputs), then runs the shell code `then`.
+void fake(const std::string& name, const std::vector<std::string>& outputs,
+          const std::string& then = "");
+// Shell code that runs the real command with the fake's arguments.
+std::string real(const std::string& name);
+// The fakes' calls so far, "name args" a line, in the order they were started (by process id),
+// then their pace: for each gap from `start` through the calls to `end` (wall-clock seconds),
+// '.' under 0.5 s, '1' from 0.8 to 1.9 s, '4' from 3.5 to 5 s, else '?'.
+std::string commands(double start, double end);
+// Wall-clock seconds, as commands() gives them.
+double now();
+
 extern const char kHoxen[];          // the daemon binary of this build
 extern const char kCheckerRecord[];  // the fake integrity checker's calls, one a line
-// Starts a daemon scenario afresh: an empty log folder, no checker record, the fake checker
-// installed, and the log switch file present or not.
+// Starts a daemon scenario afresh: an empty log folder, no command record, no checker record,
+// and the log switch file present or not. The fake checker records "out=X err=Y args=ARGS"
+// (where its standard output and error go) and sleeps a second.
 void start_scenario(bool logging);
 
 // The daemon started with `args` against its own push server on 127.0.0.1, with a quillo
