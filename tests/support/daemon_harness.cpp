@@ -89,14 +89,15 @@ void fake(const std::string& name, const std::vector<std::string>& outputs,
         setenv("PATH", (kFakes + (":" + std::string(getenv("PATH")))).c_str(), 1) == 0;
     EXPECT_TRUE(onPath);
     const std::string base = kFakes + ("/" + name);
-    std::string script = "#!/bin/sh\necho \"$$ $(date +%s.%N) " + name + "${*:+ $*}\" >> " +
-                         kCommandRecord + "\n";
-    for (size_t n = 0; n < outputs.size(); ++n) write_file(base + "." + std::to_string(n), outputs[n]);
+    std::string script =
+        "#!/bin/sh\necho \"$$ $(date +%s.%N) " + name + "${*:+ $*}\" >> " + kCommandRecord + "\n";
+    for (size_t n = 0; n < outputs.size(); ++n)
+        write_file(base + "." + std::to_string(n), outputs[n]);
     if (!outputs.empty()) {
         shell("rm -f " + base + ".count");
         script += "n=$(cat " + base + ".count 2>/dev/null || echo 0); echo $((n + 1)) > " + base +
-                  ".count\n[ $n -lt " + std::to_string(outputs.size()) + " ] || n=" +
-                  std::to_string(outputs.size() - 1) + "\ncat " + base + ".$n\n";
+                  ".count\n[ $n -lt " + std::to_string(outputs.size()) +
+                  " ] || n=" + std::to_string(outputs.size() - 1) + "\ncat " + base + ".$n\n";
     }
     write_file(base, script + then + "\n", 0755);
 }
@@ -128,7 +129,8 @@ std::string commands(double start, double end) {
 }
 
 double now() {
-    return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
+    return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch())
+        .count();
 }
 
 Child::Child(const std::vector<std::string>& argv) {
@@ -187,12 +189,13 @@ void start_scenario(bool logging) {
     // The log folder is made here: a first line racing the log's own background mkdir would
     // be lost (the daily log test covers that path).
     const std::string checker = "/brellium/orvaclient/integrity";
-    EXPECT_EQ(shell(std::string("rm -rf /var/log/quillo /tmp/logging.dat ") + kCheckerRecord +
-                    " " + kCommandRecord + " && mkdir -p /var/log/quillo/hoxen " + checker),
+    EXPECT_EQ(shell(std::string("rm -rf /var/log/quillo /tmp/logging.dat ") + kCheckerRecord + " " +
+                    kCommandRecord + " && mkdir -p /var/log/quillo/hoxen " + checker),
               0);
     write_file(checker + "/integrity",
                "#!/bin/sh\necho \"out=$(readlink /proc/$$/fd/1) err=$(readlink /proc/$$/fd/2) "
-               "args=$*\" >> " + std::string(kCheckerRecord) + "\nsleep 1\n",
+               "args=$*\" >> " +
+                   std::string(kCheckerRecord) + "\nsleep 1\n",
                0755);
     if (logging)
         write_file("/tmp/logging.dat", "");
