@@ -8,7 +8,7 @@ packages=(
   uuid-dev libgtest-dev libgmock-dev libbenchmark-dev
   fuse3 libfuse3-dev libssl-dev nlohmann-json3-dev rapidjson-dev
   util-linux mount procps psmisc
-  dpkg-dev file lintian systemd
+  dpkg-dev file lintian systemd python3
 )
 
 missing=()
