@@ -84,7 +84,7 @@ std::string unfilled(std::string text) {
 
 TEST(Daemon, AnswersPushEventsInTurnAndKillsItselfWithinAPauseOfTheUnmount) {
     start_scenario(true);
-    for (const char* name : {"mount", "pidof", "umount", "ps", "mkdir"}) fake(name, {}, real(name));
+    for (const char* name : {"mount", "pidof", "umount", "ps", "mkdir"}) fake(name);
     ConnectedDaemon run("/tmp/daemon/mnt");
     const double connected = now();
     Child& daemon = *run.daemon;

@@ -46,7 +46,7 @@ TEST(DailyLog, FollowsTheLocalDateAndWritesOnlyWhileSwitchedOnLeavingNoStreamOpe
     EXPECT_STREQ(text, "[2026-03-05 14:07:09] : 100% %s %n \r\n");
 
     shell("rm -rf /var/log/quillo /tmp/logging.dat /tmp/commands");
-    fake("mkdir", {}, "sleep 1; " + real("mkdir -p"));
+    fake("mkdir", {}, "sleep 1; /bin/mkdir -p \"$@\"");
     const int before = footprint_of(getpid()).fds;
     log_text("[INFO] not recorded");
     EXPECT_FALSE(file_exists("/var/log/quillo"));
@@ -122,65 +122,52 @@ TEST(StopSequence, KillPassesPauseASecondAndEndWhenTheLookupFindsNothing) {
         "/tmp/a;touch${IFS}/tmp/pwned1;$(touch${IFS}/tmp/pwned2)'`touch${IFS}/tmp/pwned3`";
     const std::string mounted = "quillo on " + path + " type fuse.quillo (rw)\n";
     const std::string unmount = "mount\nmount\nmount\numount -l " + path + "\n";
+    const std::string umounted = "[INFO] fuse umount(" + path + ") is stopped ! \r\n";
+    const std::string killed = "[INFO] quillo(pid=1000) is stopped ! \r\n";
     const std::string ps = "root PID 1 0 10:00 ? 00:00:00 ";
     fake("umount", {}, "sleep 1");
-    // Each stop with the outputs of its fakes (PID: a sleeping child of ours, which must end
-    // by kill -9), then the commands run and their pace, then the log.
+    fake("pidof", {""});
+    // Each stop with its lookup's outputs ('|' between calls; PID: a sleeping child of ours,
+    // which must end by kill -9), then the commands run and their pace, then the log.
     struct {
         void (*stop)();
-        std::vector<std::pair<std::string, std::vector<std::string>>> fakes;
-        std::string commands;
-        std::string log;
+        std::string lookup, outputs, commands, log;
     } cases[] = {
-        {stop_hoxen,
-         {{"pidof", {"PID\n", ""}}},
-         "pidof -s hoxen\npidof -s hoxen\n.1.",
-         "[INFO] hoxen(pid=PID) is stopped !\r\n \r\n"},
-        {stop_integrity,
-         {{"ps", {ps + "/brellium/orvaclient/integrity/integrity p\n", ""}}},
-         "ps -ef\nps -ef\n.1.",
-         "[INFO] integrity(pid=PID) is stopped ! \r\n"},
-        {stop_quillo_heartbit,
-         {{"ps", {"root 4242 1 0 10:00 ? 00:00:00 integrity p\n"}}},
-         "ps -ef\n..",
-         ""},
-        // Three unmount passes without a pause, then three kill passes of the fixed 1000.
-        {stop_quillo,
-         {{"mount", {mounted}}},
-         unmount + unmount + unmount + "mount\nmount\nmount\n" + std::string(13, '.') + "111",
-         "[INFO] fuse umount(" + path + ") is stopped ! \r\n[INFO] fuse umount(" + path +
-             ") is stopped ! \r\n[INFO] fuse umount(" + path + ") is stopped ! \r\n" +
-             "[INFO] quillo(pid=1000) is stopped ! \r\n[INFO] quillo(pid=1000) is stopped ! \r\n"
-             "[INFO] quillo(pid=1000) is stopped ! \r\n"},
-        {stop_quillo, {{"mount", {""}}}, "mount\nmount\nmount\nmount\n.....", ""},
         // The heartbeat looks at once, then every 4 s until the mount is gone.
-        {[] { check_heartbit(nullptr); },
-         {{"mount", {mounted, ""}}, {"pidof", {""}}},
+        {[] { check_heartbit(nullptr); }, "mount", mounted + "|",
          "mount\nmount\nmount\nmount\nmount\nmount\npidof -s hoxen\n.4......",
          "[CRIT] quillo process is stopped, kill all process! \r\n"},
+        {stop_hoxen, "pidof", "PID\n|", "pidof -s hoxen\npidof -s hoxen\n.1.",
+         "[INFO] hoxen(pid=PID) is stopped !\r\n \r\n"},
+        {stop_integrity, "ps", ps + "integrity/integrity p\n|", "ps -ef\nps -ef\n.1.",
+         "[INFO] integrity(pid=PID) is stopped ! \r\n"},
+        {stop_quillo_heartbit, "ps", "root 42 1 0 10:00 ? 00:00:00 integrity p\n", "ps -ef\n..",
+         ""},
+        // Three unmount passes without a pause, then three kill passes of the fixed 1000.
+        {stop_quillo, "mount", mounted,
+         unmount + unmount + unmount + "mount\nmount\nmount\n" + std::string(13, '.') + "111",
+         umounted + umounted + umounted + killed + killed + killed},
+        {stop_quillo, "mount", "", "mount\nmount\nmount\nmount\n.....", ""},
     };
     for (auto& c : cases) {
         fresh_log();
         Child sleeper({"/bin/sleep", "30"});
-        auto withPid = [&](std::string text) {
-            for (size_t at; (at = text.find("PID")) != std::string::npos;)
-                text.replace(at, 3, std::to_string(sleeper.pid()));
-            return text;
-        };
-        bool killed = false;
-        for (auto& [name, outputs] : c.fakes) {
-            std::vector<std::string> texts;
-            for (const std::string& out : outputs) texts.push_back(withPid(out));
-            killed = killed || texts != outputs;
-            fake(name, texts);
+        const bool kills = c.outputs.find("PID") != std::string::npos;
+        for (std::string* text : {&c.outputs, &c.log}) {
+            for (size_t at; (at = text->find("PID")) != std::string::npos;)
+                text->replace(at, 3, std::to_string(sleeper.pid()));
         }
+        std::vector<std::string> outputs(1);
+        for (char ch : c.outputs)
+            ch == '|' ? void(outputs.emplace_back()) : void(outputs.back() += ch);
+        fake(c.lookup, outputs);
         const double start = now();
         c.stop();
         const std::string done = commands(start, now());
         EXPECT_EQ(done, c.commands);
-        EXPECT_EQ(logged(), withPid(c.log)) << done;
+        EXPECT_EQ(logged(), c.log) << done;
         int status = 0;
-        EXPECT_EQ(sleeper.wait_exit(killed ? 5 : 0, &status) && WTERMSIG(status) == SIGKILL, killed)
+        EXPECT_EQ(sleeper.wait_exit(kills ? 5 : 0, &status) && WTERMSIG(status) == SIGKILL, kills)
             << done;
     }
     EXPECT_EQ(check_count, 4);

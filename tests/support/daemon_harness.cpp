@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -82,49 +83,40 @@ std::string logged() {
 static const char kFakes[] = "/tmp/fakes";
 static const char kCommandRecord[] = "/tmp/commands";
 
-void fake(const std::string& name, const std::vector<std::string>& outputs,
-          const std::string& then) {
+void fake(const std::string& name, const std::vector<std::string>& outputs, std::string then) {
     static const bool onPath =
         shell(std::string("mkdir -p ") + kFakes) == 0 &&
         setenv("PATH", (kFakes + (":" + std::string(getenv("PATH")))).c_str(), 1) == 0;
     EXPECT_TRUE(onPath);
-    const std::string base = kFakes + ("/" + name);
+    const std::string base = kFakes + ("/" + name), last = std::to_string(outputs.size() - 1);
     std::string script =
         "#!/bin/sh\necho \"$$ $(date +%s.%N) " + name + "${*:+ $*}\" >> " + kCommandRecord + "\n";
     for (size_t n = 0; n < outputs.size(); ++n)
         write_file(base + "." + std::to_string(n), outputs[n]);
-    if (!outputs.empty()) {
-        shell("rm -f " + base + ".count");
-        script += "n=$(cat " + base + ".count 2>/dev/null || echo 0); echo $((n + 1)) > " + base +
-                  ".count\n[ $n -lt " + std::to_string(outputs.size()) +
-                  " ] || n=" + std::to_string(outputs.size() - 1) + "\ncat " + base + ".$n\n";
-    }
+    write_file(base + ".n", "0");
+    if (!outputs.empty())
+        script += "n=$(cat " + base + ".n); echo $((n + 1)) > " + base + ".n; cat " + base +
+                  ".$((n < " + last + " ? n : " + last + "))\n";
+    else if (then.empty())
+        then = "PATH=${PATH#" + std::string(kFakes) + ":} exec " + name + " \"$@\"";
     write_file(base, script + then + "\n", 0755);
 }
 
-std::string real(const std::string& name) {
-    return "PATH=${PATH#" + std::string(kFakes) + ":} exec " + name + " \"$@\"";
-}
-
 std::string commands(double start, double end) {
-    std::map<long, std::pair<double, std::string>> calls;
+    std::map<long, std::pair<double, std::string>> calls;  // by process id: in launch order
     std::istringstream record(read_file(kCommandRecord));
     long pid;
     double at;
     for (std::string line; record >> pid >> at && std::getline(record, line);)
         calls[pid] = {at, line.substr(1) + "\n"};
+    calls[LONG_MAX] = {end, ""};
     std::string text, pace;
-    double last = start;
-    auto step = [&](double at) {
-        const double gap = at - last;
-        last = at;
+    for (const auto& byPid : calls) {
+        const double gap = byPid.second.first - start;
+        start = byPid.second.first;
+        text += byPid.second.second;
         pace += gap < 0.5 ? '.' : gap >= 0.8 && gap < 1.9 ? '1' : gap >= 3.5 && gap < 5 ? '4' : '?';
-    };
-    for (const auto& call : calls) {
-        text += call.second.second;
-        step(call.second.first);
     }
-    step(end);
     return text + pace;
 }
 

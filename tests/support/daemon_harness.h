@@ -56,11 +56,9 @@ std::string logged();
 
 // Installs a fake command `name`, first on PATH (of this process and what it starts) from the
 // first call on. Each call is recorded, then prints outputs[n] on its n-th call (the last
-// output again after them, nothing without outputs), then runs the shell code `then`.
-void fake(const std::string& name, const std::vector<std::string>& outputs,
-          const std::string& then = "");
-// Shell code that runs the real command with the fake's arguments.
-std::string real(const std::string& name);
+// output again after them), then runs the shell code `then`; with neither, the real command.
+void fake(const std::string& name, const std::vector<std::string>& outputs = {},
+          std::string then = "");
 // The fakes' calls so far, "name args" a line, in the order they were started (by process id),
 // then their pace: for each gap from `start` through the calls to `end` (wall-clock seconds),
 // '.' under 0.5 s, '1' from 0.8 to 1.9 s, '4' from 3.5 to 5 s, else '?'.
