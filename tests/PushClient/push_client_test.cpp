@@ -1,9 +1,8 @@
-// The push client: message parsing, the inbound text filter and the receive loop on scripted
-// reads (every way it ends, with its events), then end to end against the push server on
-// 127.0.0.1: the handshake on the wire, frame dispatch, the threads
-// events run on, stopping a session, and an application that reconnects from inside
-// onDisconnected, as the daemon does, while the server closes its connections: no descriptor,
-// socket or reader may pile up. (The receive loop's framing is fuzzed by fuzz/frames_fuzz.)
+// The push client: the inbound text filter and the receive loop on scripted reads (parsing,
+// dispatch and every way the loop ends, with its events), then end to end against the push
+// server on 127.0.0.1: the handshake on the wire, the thread events run on, stopping a session,
+// and an application that reconnects from inside onDisconnected, as the daemon does, while the
+// server closes its connections: no descriptor, socket or reader may pile up.
 #include <algorithm>
 #include <atomic>
 #include <chrono>

@@ -1,6 +1,6 @@
 // The real daemon from start to end: usage, banner and argument bounds, the first connection,
-// its answers to push events (printing, logging, the checker), and the heartbeat that ends it
-// by kill -9 once the quillo FUSE mount is gone.
+// its answers to push events (printing, starting the checker, logging, in that order), and the
+// heartbeat that ends it by kill -9 once the quillo FUSE mount is gone.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -83,7 +83,7 @@ std::string unfilled(std::string text) {
 }  // namespace
 
 TEST(Daemon, AnswersPushEventsInTurnAndKillsItselfWithinAPauseOfTheUnmount) {
-    start_scenario(true);
+    start_scenario(true, 1);
     for (const char* name : {"mount", "pidof", "umount", "ps", "mkdir"}) fake(name);
     ConnectedDaemon run("/tmp/daemon/mnt");
     const double connected = now();

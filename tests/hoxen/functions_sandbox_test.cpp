@@ -1,6 +1,7 @@
 // The daemon's functions called in this process, inside tools/sandbox: the daily log under
-// /var/log/quillo/hoxen, the process lookups on controlled command output (fake mount, ps and
-// pidof first on PATH), and the stop functions, which log, unmount and kill (our children).
+// /var/log/quillo/hoxen, the process lookups on controlled command output, the stop functions
+// and the heartbeat (which log, unmount and kill our children) with the commands they run and
+// their pace, recorded by fake commands first on PATH, and the reconnection after an error.
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/wait.h>

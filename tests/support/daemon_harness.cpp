@@ -177,7 +177,7 @@ bool Child::running() {
 const char kHoxen[] = HOXEN_BINARY_DIR "/hoxen";
 const char kCheckerRecord[] = "/tmp/checker.calls";
 
-void start_scenario(bool logging) {
+void start_scenario(bool logging, int checkerSeconds) {
     // The log folder is made here: a first line racing the log's own background mkdir would
     // be lost (the daily log test covers that path).
     const std::string checker = "/brellium/orvaclient/integrity";
@@ -187,7 +187,7 @@ void start_scenario(bool logging) {
     write_file(checker + "/integrity",
                "#!/bin/sh\necho \"out=$(readlink /proc/$$/fd/1) err=$(readlink /proc/$$/fd/2) "
                "args=$*\" >> " +
-                   std::string(kCheckerRecord) + "\nsleep 1\n",
+                   std::string(kCheckerRecord) + "\nsleep " + std::to_string(checkerSeconds) + "\n",
                0755);
     if (logging)
         write_file("/tmp/logging.dat", "");

@@ -70,8 +70,8 @@ extern const char kHoxen[];          // the daemon binary of this build
 extern const char kCheckerRecord[];  // the fake integrity checker's calls, one a line
 // Starts a daemon scenario afresh: an empty log folder, no command record, no checker record,
 // and the log switch file present or not. The fake checker records "out=X err=Y args=ARGS"
-// (where its standard output and error go) and sleeps a second.
-void start_scenario(bool logging);
+// (where its standard output and error go), then sleeps `checkerSeconds`.
+void start_scenario(bool logging, int checkerSeconds = 0);
 
 // The daemon started with `args` against its own push server on 127.0.0.1, with a quillo
 // FUSE mount (fsname and type quillo) at `mountDir`; construction waits for the handshake
