@@ -36,15 +36,15 @@ void fresh_log() {
 
 TEST(DailyLog, FollowsTheLocalDateAndWritesOnlyWhileSwitchedOnLeavingNoStreamOpen) {
     // Local time as struct tm, fields from the seconds up: {s, min, h, day, month - 1, year}.
-    const struct tm march5 = {9, 7, 14, 5, 2, 126, 0, 0, 0, 0, nullptr};
+    const struct tm christmas = {58, 59, 23, 25, 11, 126, 0, 0, 0, 0, nullptr};
     const struct tm newYear = {0, 0, 0, 1, 0, 127, 0, 0, 0, 0, nullptr};
     char text[256];
-    format_log_file_name(text, sizeof(text), march5);
-    EXPECT_STREQ(text, "/var/log/quillo/hoxen/pushclient_20260305.log");
+    format_log_file_name(text, sizeof(text), christmas);
+    EXPECT_STREQ(text, "/var/log/quillo/hoxen/pushclient_20261225.log");
     format_log_file_name(text, sizeof(text), newYear);
     EXPECT_STREQ(text, "/var/log/quillo/hoxen/pushclient_20270101.log");
-    EXPECT_EQ(format_log_line(text, sizeof(text), march5, "100% %s %n"), 37u);
-    EXPECT_STREQ(text, "[2026-03-05 14:07:09] : 100% %s %n \r\n");
+    EXPECT_EQ(format_log_line(text, sizeof(text), christmas, "100% %s %n"), 37u);
+    EXPECT_STREQ(text, "[2026-12-25 23:59:58] : 100% %s %n \r\n");
 
     shell("rm -rf /var/log/quillo /tmp/logging.dat /tmp/commands");
     fake("mkdir", {}, "sleep 1; /bin/mkdir -p \"$@\"");
@@ -58,7 +58,7 @@ TEST(DailyLog, FollowsTheLocalDateAndWritesOnlyWhileSwitchedOnLeavingNoStreamOpe
     log_text("[INFO] first");
     const double end = now();
     log_text("[WARN] 50% of %s done");
-    log_text(std::string(1000, 'y'));  // cut, keeping its stamp and line end
+    log_text(std::string(229, 'y'));  // one too many: cut, keeping its stamp and line end
     shell("rm -f /tmp/logging.dat");
     log_text("[INFO] switched off");
     EXPECT_EQ(footprint_of(getpid()).fds, before);
