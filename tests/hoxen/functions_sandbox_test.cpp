@@ -175,10 +175,12 @@ TEST(StopSequence, KillPassesPauseASecondAndEndWhenTheLookupFindsNothing) {
     for (const char* file : {"/tmp/pwned1", "/tmp/pwned2", "/tmp/pwned3"}) {
         EXPECT_FALSE(file_exists(file)) << file;
     }
-    // A quoted path that does not fit is not written at all.
+    // A quoted path is written whole, with room for its end, or not at all.
     char small[8];
-    EXPECT_FALSE(shell_quote(small, sizeof(small), "/mnt/long"));
-    EXPECT_STREQ(small, "");
+    for (auto [text, quoted] : {std::pair{"abcde", "'abcde'"}, {"abcdef", ""}}) {
+        EXPECT_EQ(shell_quote(small, sizeof(small), text), *quoted != '\0');
+        EXPECT_STREQ(small, quoted);
+    }
 }
 
 TEST(PushHandlers, AnErrorIsWarnedAfterEachFailedReconnectInALineOfAtMost127Characters) {
