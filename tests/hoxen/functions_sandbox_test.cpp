@@ -91,7 +91,7 @@ TEST(ProcessLookup, PidsComeFromTheFirstLineThatMatchesAndIsNoGrep) {
     EXPECT_EQ(get_integrity_pid(), -1);
     EXPECT_EQ(getQuillosHeartBitPid(), -1);
     // Low pids count as not found; silence right after a hit must not repeat the last answer.
-    for (auto [out, pid] : {std::pair{"4321\n", 4321}, {"2\n", -1}, {"4321\n", 4321}, {"", -1}}) {
+    for (auto [out, pid] : {std::pair{"4321\n", 4321}, {"2\n", -1}, {"3\n", 3}, {"", -1}}) {
         fake("pidof", {out});
         EXPECT_EQ(get_hoxen_pid(), pid) << out;
     }
@@ -128,6 +128,7 @@ TEST(StopSequence, KillPassesPauseASecondAndEndWhenTheLookupFindsNothing) {
     const std::string ps = "root PID 1 0 10:00 ? 00:00:00 ";
     fake("umount", {}, "sleep 1");
     fake("pidof", {""});
+    const int descriptors = footprint_of(getpid()).fds;
     // Each stop with its lookup's outputs ('|' between calls; PID: a sleeping child of ours,
     // which must end by kill -9), then the commands run and their pace, then the log.
     struct {
@@ -172,6 +173,7 @@ TEST(StopSequence, KillPassesPauseASecondAndEndWhenTheLookupFindsNothing) {
             << done;
     }
     EXPECT_EQ(check_count, 4);
+    EXPECT_EQ(footprint_of(getpid()).fds, descriptors);  // every listing closed
     for (const char* file : {"/tmp/pwned1", "/tmp/pwned2", "/tmp/pwned3"}) {
         EXPECT_FALSE(file_exists(file)) << file;
     }
