@@ -1,0 +1,100 @@
+#include "tavik/aes_modes.h"
+
+#include <atomic>
+#include <cstdlib>
+#include <cstring>
+
+#if defined(__x86_64__)
+#include <cpuid.h>
+#endif
+
+namespace tavik {
+namespace aesModes {
+namespace {
+
+std::atomic<bool> softwareForced{false};
+
+bool cpuHasAesInstructions() {
+#if defined(__x86_64__)
+    unsigned eax = 0, ebx = 0, ecx = 0, edx = 0;
+    if (__get_cpuid(1, &eax, &ebx, &ecx, &edx) == 0) {
+        return false;
+    }
+    return (ecx & bit_AES) != 0 && (ecx & bit_SSE4_1) != 0;
+#else
+    return false;
+#endif
+}
+
+// Asked once, on the first cipher call, so that programs that never encipher never read the
+// environment variable.
+bool hardwareAllowed() {
+    static const bool allowed = [] {
+        const char* forced = std::getenv("TAVIK_AES_SOFTWARE");
+        bool software = forced != nullptr && forced[0] != '\0' && std::strcmp(forced, "0") != 0;
+        return !software && cpuHasAesInstructions() && aesniKernels(1) != nullptr;
+    }();
+    return allowed;
+}
+
+void clearPartialBlock(uint8_t* output, uint32_t length) {
+    if (length % blockLen != 0) {
+        std::memset(output + length / blockLen * blockLen, 0, length % blockLen);
+    }
+}
+
+// A given iv starts a new chain; a null iv continues from where the previous call stopped.
+void startChain(const uint8_t*& chain, const uint8_t* iv) {
+    if (iv != nullptr) {
+        chain = iv;
+    } else if (chain == nullptr) {
+        chain = zeroIv;
+    }
+}
+
+}  // namespace
+
+bool hardwareInUse() {
+    return hardwareAllowed() && !softwareForced.load(std::memory_order_relaxed);
+}
+
+const kernels& choose(int rounds, const kernels& software) {
+    return hardwareInUse() ? *aesniKernels(rounds) : software;
+}
+
+void forceSoftware(bool on) {
+    softwareForced.store(on, std::memory_order_relaxed);
+}
+
+void ecbBuffer(void (*transform)(const uint8_t*, uint8_t*, const uint8_t*, size_t),
+               const uint8_t* roundKey, uint8_t* output, const uint8_t* input, uint32_t length) {
+    if (length >= blockLen) {
+        transform(roundKey, output, input, length / blockLen);
+    }
+    clearPartialBlock(output, length);
+}
+
+void cbcEncryptBuffer(const kernels& k, const uint8_t* roundKey, uint8_t* output, uint8_t* input,
+                      uint32_t length, const uint8_t* iv, const uint8_t*& chain) {
+    startChain(chain, iv);
+    size_t blocks = length / blockLen;
+    if (blocks != 0) {
+        k.cbcEncrypt(roundKey, output, input, blocks, chain);
+        chain = output + (blocks - 1) * blockLen;
+    }
+    clearPartialBlock(output, length);
+}
+
+void cbcDecryptBuffer(const kernels& k, const uint8_t* roundKey, uint8_t* output, uint8_t* input,
+                      uint32_t length, const uint8_t* iv, const uint8_t*& chain) {
+    startChain(chain, iv);
+    size_t blocks = length / blockLen;
+    if (blocks != 0) {
+        k.cbcDecrypt(roundKey, output, input, blocks, chain);
+        chain = input + (blocks - 1) * blockLen;
+    }
+    clearPartialBlock(output, length);
+}
+
+}  // namespace aesModes
+}  // namespace tavik
