@@ -1,5 +1,6 @@
 #include "tavik/aes_modes.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cstdlib>
 #include <cstring>
@@ -12,29 +13,28 @@ namespace tavik {
 namespace aesModes {
 namespace {
 
-std::atomic<bool> softwareForced{false};
+std::atomic<path> limit{path::aesInstructions};
 
-bool cpuHasAesInstructions() {
+// The fastest path the CPU and the environment allow, asked once, on the first cipher call,
+// so that programs that never encipher never read the environment variable.
+path cpuPath() {
+    static const path fastest = [] {
 #if defined(__x86_64__)
-    unsigned eax = 0, ebx = 0, ecx = 0, edx = 0;
-    if (__get_cpuid(1, &eax, &ebx, &ecx, &edx) == 0) {
-        return false;
-    }
-    return (ecx & bit_AES) != 0 && (ecx & bit_SSE4_1) != 0;
-#else
-    return false;
-#endif
-}
-
-// Asked once, on the first cipher call, so that programs that never encipher never read the
-// environment variable.
-bool hardwareAllowed() {
-    static const bool allowed = [] {
+        unsigned eax = 0, ebx = 0, ecx = 0, edx = 0;
+        if (__get_cpuid(1, &eax, &ebx, &ecx, &edx) == 0 || (ecx & bit_SSSE3) == 0) {
+            return path::tables;
+        }
         const char* forced = std::getenv("TAVIK_AES_SOFTWARE");
         bool software = forced != nullptr && forced[0] != '\0' && std::strcmp(forced, "0") != 0;
-        return !software && cpuHasAesInstructions() && aesniKernels(1) != nullptr;
+        bool aes = (ecx & bit_AES) != 0 && (ecx & bit_SSE4_1) != 0 && aesniKernels(1) != nullptr;
+        return aes && !software                    ? path::aesInstructions
+               : vectorPermuteKernels() != nullptr ? path::vectorPermute
+                                                   : path::tables;
+#else
+        return path::tables;
+#endif
     }();
-    return allowed;
+    return fastest;
 }
 
 void clearPartialBlock(uint8_t* output, uint32_t length) {
@@ -54,16 +54,20 @@ void startChain(const uint8_t*& chain, const uint8_t* iv) {
 
 }  // namespace
 
-bool hardwareInUse() {
-    return hardwareAllowed() && !softwareForced.load(std::memory_order_relaxed);
+path fastestPath() {
+    return std::max(cpuPath(), limit.load(std::memory_order_relaxed));
 }
 
-const kernels& choose(int rounds, const kernels& software) {
-    return hardwareInUse() ? *aesniKernels(rounds) : software;
+const kernels& choose(int rounds, const kernels* vectorPermute, const kernels& tables) {
+    path p = fastestPath();
+    if (p == path::aesInstructions) {
+        return *aesniKernels(rounds);
+    }
+    return p == path::vectorPermute && vectorPermute != nullptr ? *vectorPermute : tables;
 }
 
-void forceSoftware(bool on) {
-    softwareForced.store(on, std::memory_order_relaxed);
+void limitPath(path fastest) {
+    limit.store(fastest, std::memory_order_relaxed);
 }
 
 void ecbBuffer(void (*transform)(const uint8_t*, uint8_t*, const uint8_t*, size_t),

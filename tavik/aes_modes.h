@@ -34,21 +34,27 @@ struct kernels {
                        const uint8_t* iv);
 };
 
-// The kernels built for the CPU's AES instructions, for 1 or 10 rounds; null where the
-// library was built without them (other architectures).
+// The paths to the kernels, fastest first: the CPU's AES instructions, SSSE3 byte shuffles
+// (REALAES only), and the engine's table lookups, which run everywhere.
+enum class path { aesInstructions, vectorPermute, tables };
+
+// The kernels built for the CPU's AES instructions, for 1 or 10 rounds, and REALAES's
+// kernels built for SSSE3; null where the library was built without them (other
+// architectures).
 const kernels* aesniKernels(int rounds);
+const kernels* vectorPermuteKernels();
 
-// The engine's kernels for this call: the AES-instruction ones when the CPU has those
-// instructions (asked once), TAVIK_AES_SOFTWARE is not set to a value other than "0", and
-// forceSoftware(true) is not in force; otherwise software.
-const kernels& choose(int rounds, const kernels& software);
+// The engine's kernels for this call: the fastest path that the CPU allows (asked once),
+// that the engine has (vectorPermute may be null) and that no limit rules out.
+// TAVIK_AES_SOFTWARE set to a value other than "0" rules out the AES instructions.
+const kernels& choose(int rounds, const kernels* vectorPermute, const kernels& tables);
 
-// True when choose would take the AES instructions now.
-bool hardwareInUse();
+// The path choose takes now for an engine that has all three.
+path fastestPath();
 
-// For tests and benchmarks: true makes every engine use its software kernels from its next
-// call on, false gives the AES instructions back where the CPU has them.
-void forceSoftware(bool on);
+// For tests and benchmarks: no path faster than fastest is taken from the next call on
+// (path::aesInstructions lifts the limit).
+void limitPath(path fastest);
 
 // ECB over length bytes, whole blocks only; the output bytes of a partial last block are set
 // to zero (they have no block of their own to go into).

@@ -123,8 +123,8 @@ void cbcEncryptBlocks(const Transform& encrypt, uint8_t* out, uint8_t* in, size_
 // Deciphers blocks side by side; the first is chained to chain, each other one to the
 // ciphertext before it, and chain moves to the last ciphertext.
 template <class Transform, size_t... I>
-inline void cbcDecryptGroup(const Transform& decrypt, uint8_t* out, const uint8_t* in,
-                            block& chain, std::index_sequence<I...>) {
+inline void cbcDecryptGroup(const Transform& decrypt, uint8_t* out, const uint8_t* in, block& chain,
+                            std::index_sequence<I...>) {
     constexpr size_t n = sizeof...(I);
     block c[n + 1] = {chain, loadBlock(in + 16 * I)...};
     block b[n] = {c[I + 1]...};

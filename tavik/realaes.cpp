@@ -258,7 +258,7 @@ constexpr aesModes::kernels software = {encryptBlocks, decryptBlocks, cbcEncrypt
                                         cbcDecryptBlocks};
 
 const aesModes::kernels& kernels() {
-    return aesModes::choose(Nr, software);
+    return aesModes::choose(Nr, aesModes::vectorPermuteKernels(), software);
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// The AES engines on both their paths: REALAES against a published vector and against
+// The AES engines on all their paths: REALAES against a published vector and against
 // OpenSSL's libcrypto as an independent oracle, and AES, the one-round variant, against a
 // model written from its definition.
 #include "tavik/realaes.h"
@@ -120,16 +120,19 @@ outcome run(const bytes& key, const bytes& iv, bytes plain, uint32_t split) {
     return {ecb, ecbBack, first, cbc, plain, back};
 }
 
-// Both paths (the CPU's AES instructions where it has them, and software) against OpenSSL
-// for REALAES and against the model for AES, so that the paths also agree with each other.
+// Every path (the CPU's AES instructions and SSSE3 where it has them, and tables) against
+// OpenSSL for REALAES and against the model for AES, so that the paths also agree.
 // Lengths run past the eight blocks that the instructions take at once, and now and then
 // end in a partial block: only whole blocks are enciphered, the rest zeroed. The buffers
 // are exactly n bytes, so AddressSanitizer sees any access past them.
 TEST(RealAesTest, BothPathsMatchOpensslAndTheOneRoundModelOnRandomCases) {
+    using tavik::aesModes::path;
 #if defined(__x86_64__)
-    const bool hardware = __builtin_cpu_supports("aes");
+    const path cpu = __builtin_cpu_supports("aes")      ? path::aesInstructions
+                     : __builtin_cpu_supports("ssse3") ? path::vectorPermute
+                                                       : path::tables;
 #else
-    const bool hardware = false;
+    const path cpu = path::tables;
 #endif
     std::mt19937 rng(20240611);
     auto randomBytes = [&rng](size_t n) {
@@ -161,15 +164,16 @@ TEST(RealAesTest, BothPathsMatchOpensslAndTheOneRoundModelOnRandomCases) {
                                 openssl(EVP_aes_128_cbc(), key, iv, plain));
         outcome one = expected(oneEcb, oneCbc);
         ASSERT_NE(real[0], one[0]);
-        for (bool software : {false, true}) {
-            tavik::aesModes::forceSoftware(software);
-            ASSERT_EQ(tavik::aesModes::hardwareInUse(), !software && hardware);
-            std::string where = "round " + std::to_string(i) + (software ? " software" : "");
+        for (path limit : {path::aesInstructions, path::vectorPermute, path::tables}) {
+            tavik::aesModes::limitPath(limit);
+            ASSERT_EQ(tavik::aesModes::fastestPath(), std::max(cpu, limit));
+            std::string where = "round " + std::to_string(i) + " path " +
+                                std::to_string(static_cast<int>(limit));
             ASSERT_EQ(run<REALAES>(key, iv, plain, split), real) << where;
             ASSERT_EQ(run<tavik::AES>(key, iv, plain, split), one) << where;
         }
     }
-    tavik::aesModes::forceSoftware(false);
+    tavik::aesModes::limitPath(path::aesInstructions);
 }
 
 }  // namespace
