@@ -49,6 +49,18 @@ alignas(16) constexpr uint8_t sbox2Io[16] = {0x00, 0x9f, 0x2b, 0x8c, 0x92, 0xaa,
                                              0x13, 0x81, 0x0d, 0x26, 0x35, 0xb9, 0x1e, 0xb4};
 alignas(16) constexpr uint8_t sbox2Jo[16] = {0x00, 0x4f, 0x32, 0x44, 0x74, 0x4d, 0x76, 0x39,
                                              0x0b, 0x7f, 0x3b, 0x09, 0x02, 0x46, 0x30, 0x7d};
+// The S-box times 3, for the shorter dependency chain of a single block.
+struct table {
+    alignas(16) uint8_t bytes[16];
+};
+constexpr table sum(const uint8_t (&x)[16], const uint8_t (&y)[16]) {
+    table t{};
+    for (int i = 0; i < 16; ++i) {
+        t.bytes[i] = x[i] ^ y[i];
+    }
+    return t;
+}
+constexpr table sbox3Io = sum(sbox1Io, sbox2Io), sbox3Jo = sum(sbox1Jo, sbox2Jo);
 alignas(16) constexpr uint8_t sboxLastIo[16] = {0x00, 0xfa, 0x74, 0x90, 0x5f, 0x41, 0xe4, 0x1e,
                                                 0x6a, 0x35, 0xa5, 0xd1, 0xbb, 0x2b, 0xcf, 0x8e};
 alignas(16) constexpr uint8_t sboxLastJo[16] = {0x00, 0x81, 0xe5, 0xf7, 0xef, 0x7c, 0x12, 0x93,
@@ -216,12 +228,9 @@ schedule decryptionKeys(const uint8_t* roundKey) {
     return s;
 }
 
+// Rounds 1 to Nr - 1 on blocks in tower coordinates.
 template <int n>
-inline void encrypt(const schedule& s, __m128i (&b)[n]) {
-#pragma GCC unroll 8
-    for (int j = 0; j < n; ++j) {
-        b[j] = _mm_xor_si128(linear(toTowerLow, toTowerHigh, b[j]), s.first);
-    }
+inline void middleRounds(const schedule& s, __m128i (&b)[n]) {
     for (int q = 1; q < Nr; ++q) {
         const uint8_t(&rotation)[3][16] = encryptRotation[q & 3];
 #pragma GCC unroll 8
@@ -230,11 +239,22 @@ inline void encrypt(const schedule& s, __m128i (&b)[n]) {
             const __m128i a = output(sbox1Io, sbox1Jo, v), a2 = output(sbox2Io, sbox2Jo, v);
             // 2 a0 + 3 a1 + a2 + a3 of each column, ak being the byte k rows further down; as
             // a tree rather than a chain, for the latency of CBC encryption
-            const __m128i a3 = _mm_xor_si128(a, a2), keyed = _mm_xor_si128(a2, s.middle[q - 1]);
+            const __m128i a3 =
+                n == 1 ? output(sbox3Io.bytes, sbox3Jo.bytes, v) : _mm_xor_si128(a, a2);
+            const __m128i keyed = _mm_xor_si128(a2, s.middle[q - 1]);
             b[j] = _mm_xor_si128(_mm_xor_si128(keyed, permute(a3, rotation[0])),
                                  _mm_xor_si128(permute(a, rotation[1]), permute(a, rotation[2])));
         }
     }
+}
+
+template <int n>
+inline void encrypt(const schedule& s, __m128i (&b)[n]) {
+#pragma GCC unroll 8
+    for (int j = 0; j < n; ++j) {
+        b[j] = _mm_xor_si128(linear(toTowerLow, toTowerHigh, b[j]), s.first);
+    }
+    middleRounds(s, b);
 #pragma GCC unroll 8
     for (int j = 0; j < n; ++j) {
         const __m128i last = output(sboxLastIo, sboxLastJo, invert(b[j]));
