@@ -78,26 +78,32 @@ void ecbBuffer(void (*transform)(const uint8_t*, uint8_t*, const uint8_t*, size_
     clearPartialBlock(output, length);
 }
 
-void cbcEncryptBuffer(const kernels& k, const uint8_t* roundKey, uint8_t* output, uint8_t* input,
-                      uint32_t length, const uint8_t* iv, const uint8_t*& chain) {
+namespace {
+
+// The whole blocks through one of the CBC kernels; the chain then points at the last block of
+// the buffer given (the output when enciphering, the input when deciphering).
+template <class Kernel>
+void chained(Kernel kernel, const uint8_t* roundKey, uint8_t* output, uint8_t* input,
+             uint32_t length, const uint8_t* iv, const uint8_t*& chain, const uint8_t* chainIn) {
     startChain(chain, iv);
     size_t blocks = length / blockLen;
     if (blocks != 0) {
-        k.cbcEncrypt(roundKey, output, input, blocks, chain);
-        chain = output + (blocks - 1) * blockLen;
+        kernel(roundKey, output, input, blocks, chain);
+        chain = chainIn + (blocks - 1) * blockLen;
     }
     clearPartialBlock(output, length);
 }
 
+}  // namespace
+
+void cbcEncryptBuffer(const kernels& k, const uint8_t* roundKey, uint8_t* output, uint8_t* input,
+                      uint32_t length, const uint8_t* iv, const uint8_t*& chain) {
+    chained(k.cbcEncrypt, roundKey, output, input, length, iv, chain, output);
+}
+
 void cbcDecryptBuffer(const kernels& k, const uint8_t* roundKey, uint8_t* output, uint8_t* input,
                       uint32_t length, const uint8_t* iv, const uint8_t*& chain) {
-    startChain(chain, iv);
-    size_t blocks = length / blockLen;
-    if (blocks != 0) {
-        k.cbcDecrypt(roundKey, output, input, blocks, chain);
-        chain = input + (blocks - 1) * blockLen;
-    }
-    clearPartialBlock(output, length);
+    chained(k.cbcDecrypt, roundKey, output, input, length, iv, chain, input);
 }
 
 }  // namespace aesModes

@@ -121,7 +121,7 @@ using aesSoftware::byteOf;
 using aesSoftware::load32;
 
 constexpr int Nr = REALAES::Nr;
-constexpr size_t lanes = 2;  // blocks side by side in ECB and CBC decryption
+constexpr size_t lanesAtOnce = 2;  // blocks side by side in ECB and CBC decryption
 
 // SubBytes, ShiftRows and MixColumns for output column i, whose row r byte comes from
 // column i + r: one table lookup per byte.
@@ -206,27 +206,19 @@ keyWords decryptionKeys(const uint8_t* roundKey) {
     return k;
 }
 
-// The whole cipher on blocks side by side, round by round, so that their lookups overlap.
-struct encryptLanes {
+// The whole cipher (or inverse cipher) on blocks side by side, round by round, so that their
+// lookups overlap.
+template <bool encipher>
+struct lanes {
     keyWords k;
     template <class... Blocks>
     void operator()(Blocks&... b) const {
-        auto middle = [](const uint32_t(&c)[4], int i) { return roundColumn(c, i); };
-        auto last = [](const uint32_t(&c)[4], int i) { return lastRoundColumn(c, i); };
-        ((b = addKey(b, k.w)), ...);
-        for (int r = 1; r < Nr; ++r) {
-            ((b = round(b, k.w + 4 * r, middle)), ...);
-        }
-        ((b = round(b, k.w + 4 * Nr, last)), ...);
-    }
-};
-
-struct decryptLanes {
-    keyWords k;
-    template <class... Blocks>
-    void operator()(Blocks&... b) const {
-        auto middle = [](const uint32_t(&c)[4], int i) { return invRoundColumn(c, i); };
-        auto last = [](const uint32_t(&c)[4], int i) { return invLastRoundColumn(c, i); };
+        auto middle = [](const uint32_t(&c)[4], int i) {
+            return encipher ? roundColumn(c, i) : invRoundColumn(c, i);
+        };
+        auto last = [](const uint32_t(&c)[4], int i) {
+            return encipher ? lastRoundColumn(c, i) : invLastRoundColumn(c, i);
+        };
         ((b = addKey(b, k.w)), ...);
         for (int r = 1; r < Nr; ++r) {
             ((b = round(b, k.w + 4 * r, middle)), ...);
@@ -236,21 +228,21 @@ struct decryptLanes {
 };
 
 void encryptBlocks(const uint8_t* roundKey, uint8_t* out, const uint8_t* in, size_t blocks) {
-    aesSoftware::ecbBlocks<lanes>(encryptLanes{encryptionKeys(roundKey)}, out, in, blocks);
+    aesSoftware::ecbBlocks<lanesAtOnce>(lanes<true>{encryptionKeys(roundKey)}, out, in, blocks);
 }
 
 void decryptBlocks(const uint8_t* roundKey, uint8_t* out, const uint8_t* in, size_t blocks) {
-    aesSoftware::ecbBlocks<lanes>(decryptLanes{decryptionKeys(roundKey)}, out, in, blocks);
+    aesSoftware::ecbBlocks<lanesAtOnce>(lanes<false>{decryptionKeys(roundKey)}, out, in, blocks);
 }
 
 void cbcEncryptBlocks(const uint8_t* roundKey, uint8_t* out, uint8_t* in, size_t blocks,
                       const uint8_t* iv) {
-    aesSoftware::cbcEncryptBlocks(encryptLanes{encryptionKeys(roundKey)}, out, in, blocks, iv);
+    aesSoftware::cbcEncryptBlocks(lanes<true>{encryptionKeys(roundKey)}, out, in, blocks, iv);
 }
 
 void cbcDecryptBlocks(const uint8_t* roundKey, uint8_t* out, const uint8_t* in, size_t blocks,
                       const uint8_t* iv) {
-    aesSoftware::cbcDecryptBlocks<lanes>(decryptLanes{decryptionKeys(roundKey)}, out, in,
+    aesSoftware::cbcDecryptBlocks<lanesAtOnce>(lanes<false>{decryptionKeys(roundKey)}, out, in,
                                          blocks, iv);
 }
 
