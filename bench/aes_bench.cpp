@@ -144,11 +144,11 @@ public:
                                        {"realaes_tables", "openssl_sw", ""},
                                        {"aes_hw", "openssl", ""},
                                        {"aes_sw", "openssl_sw", ""}};
-        std::printf("\nmedian MB/s, ratio tavik / peer\n%-24s", "");
+        std::printf("\nmedian MB/s, ratio tavik / peer\n%-28s", "");
         for (const char* name : modeNames) std::printf("%24s", name);
         std::printf("\n");
         for (const auto& row : rows) {
-            std::printf("%-24s", (std::string(row[0]) + " / " + row[1]).c_str());
+            std::printf("%-28s", (std::string(row[0]) + " / " + row[1]).c_str());
             for (const char* name : modeNames) {
                 double ours = medians[std::string(name) + "/" + row[0]];
                 double peer = medians[std::string(name) + "/" + row[1]];
