@@ -12,6 +12,7 @@
 // and reports medians. The load average is printed before and after: the machine is shared.
 #include <benchmark/benchmark.h>
 #include <dlfcn.h>
+#include <openssl/crypto.h>
 #include <openssl/evp.h>
 
 #include <cstdint>
@@ -100,6 +101,12 @@ bool loadSoftwareOnlyOpenssl() {
         fn = reinterpret_cast<std::remove_reference_t<decltype(fn)>>(dlsym(lib, name));
         return fn != nullptr;
     };
+    // Its clean-up at exit would run against the C library of its own link map, after that
+    // has gone: the copy is initialised without it.
+    int (*initCrypto)(uint64_t, const OPENSSL_INIT_SETTINGS*) = nullptr;
+    if (!symbol(initCrypto, "OPENSSL_init_crypto") || !initCrypto(OPENSSL_INIT_NO_ATEXIT, nullptr)) {
+        return false;
+    }
     return symbol(softwareOnly.ctxNew, "EVP_CIPHER_CTX_new") &&
            symbol(softwareOnly.ctxFree, "EVP_CIPHER_CTX_free") &&
            symbol(softwareOnly.init, "EVP_CipherInit_ex") &&
