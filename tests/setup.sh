@@ -16,8 +16,8 @@ case "${1:-all}" in
     packages=(
       "${base[@]}" clang libclang-rt-14-dev libgtest-dev libgmock-dev libbenchmark-dev
       fuse3 libfuse3-dev libssl-dev nlohmann-json3-dev rapidjson-dev
-      util-linux mount procps psmisc
-      dpkg-dev file lintian systemd
+      util-linux mount procps psmisc strace
+      dpkg-dev file lintian systemd python3
     ) ;;
   *) echo "usage: $0 [demo|package|all]" >&2; exit 2 ;;
 esac
