@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cctype>
+#include <climits>
 #include <memory>
 #include <string>
 #include <vector>
@@ -91,11 +92,22 @@ TEST(StringTest, ReadsClampToTheText) {
         {s.right(2), "ef"},           {s.cutTail(2), "abcd"},    {s.substring(2, 100), "cdef"},
         {s.substring(10, -1), ""},    {s.substring(4, 2), ""},   {s.left(100), "abcdef"},
         {s.right(100), "abcdef"},     {s.mid(4, 100), "ef"},     {s.cutTail(100), ""},
+        {s.cutTail(7), "abcdef"},     {s.cutTail(-3), "abcdef"}, {s.cutTail(INT_MIN), "abcdef"},
     };
     for (const auto& slice : slices) {
         EXPECT_STREQ(slice.want, slice.got);
     }
     EXPECT_EQ(nullptr, tavik::string().left(1));
+    EXPECT_EQ(empty, s.cutTail(6));
+
+    // A text taken with its length reads past its NULs, never past its allocation.
+    tavik::string held("a\0b", 3);
+    const int reads[] = {held.charAt(2), held[1], held[3], held[4], held.charAt(-1), s[6], s[7]};
+    EXPECT_EQ((std::vector<int>{'b', 0, 0, 0, 0, 0, 0}), std::vector<int>(reads, reads + 7));
+    held.set("xy\0z", 4);
+    EXPECT_EQ('z', held.charAt(3));
+    held = "q";
+    EXPECT_EQ(0, held.charAt(3));
 }
 
 TEST(StringTest, AffixesAndSearchesStayInsideTheText) {
