@@ -52,6 +52,7 @@ TEST(ScratchPoolTest, NewAndMakeFunctionsHonourTheirNullRules) {
     EXPECT_EQ(nullptr, tavik::newString("abc", -1, 3));
     EXPECT_EQ(nullptr, tavik::newFormatString(nullptr));
     EXPECT_STREQ("bc", tavik::makeString("abcd", 1, 2));
+    EXPECT_STREQ("ab", tavik::makeString("abcd", 0, 2));
     EXPECT_STREQ("x=42", tavik::makeFormatString("%s=%d", "x", 42));
 }
 
