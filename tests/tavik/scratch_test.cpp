@@ -70,6 +70,7 @@ TEST(SmartPtrTest, DeletesOnReassignAndDestructionUnlessFrozen) {
         p = new Tracked(&deaths);
         EXPECT_EQ(1, deaths);
         EXPECT_EQ(kept, frozen.freeze());
+        frozen = nullptr;  // a frozen pointer lets go without deleting
     }
     EXPECT_EQ(2, deaths);
     delete kept;
