@@ -148,8 +148,8 @@ TEST(StringTest, ReadsClampToTheText) {
 
     // A text taken with its length reads past its NULs, never past its allocation.
     tavik::string held("a\0b", 3);
-    const int reads[] = {held.charAt(2), held[1], held[3], held[4], held.charAt(-1), s[6], s[7]};
-    EXPECT_EQ((std::vector<int>{'b', 0, 0, 0, 0, 0, 0}), std::vector<int>(reads, reads + 7));
+    const int reads[] = {held.charAt(2), held[1], held[3], held[4], held.charAt(-1), s[5], s[7]};
+    EXPECT_EQ((std::vector<int>{'b', 0, 0, 0, 0, 'f', 0}), std::vector<int>(reads, reads + 7));
     held.set("xy\0z", 4);
     EXPECT_EQ('z', held.charAt(3));
     held = "q";
