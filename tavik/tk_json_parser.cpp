@@ -139,7 +139,7 @@ void cutTokens(const char* s, size_t n, std::vector<token>& out, const groupEnd*
 }
 
 bool braced(const char* s, size_t n, char open, char close) {
-    if (n == 0 || s[0] != open || s[n - 1] != close || n < 2) {
+    if (n == 0 || s[0] != open || s[n - 1] != close) {
         return false;
     }
     int depth = 0;
