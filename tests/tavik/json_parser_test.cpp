@@ -2,6 +2,7 @@
 // step-by-step parser of json_reference.h on random texts. JSON_CHECK_TEXTS sets how many
 // texts (20000 by default), JSON_CHECK_SEED the seed of the first (1).
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <stdlib.h>
 #include <string.h>
 
@@ -73,15 +74,44 @@ TEST(JsonParser, NullTextsAreRejectedAndParsedScalarsActAsAnyNode) {
     EXPECT_STREQ("eight", many.get("k8", nullptr));
 }
 
-TEST(JsonParser, GroupsNestedBeyondTheDepthLimitAreDropped) {
-    for (int levels : {json::kMaxDepth - 1, json::kMaxDepth + 40}) {
+// On a thread with a small stack, so that whatever recursed once per level would overflow it.
+void onSmallStack(void (*check)()) {
+    pthread_attr_t attr;
+    pthread_attr_init(&attr);
+    pthread_attr_setstacksize(&attr, 512 << 10);
+    pthread_t thread;
+    ASSERT_EQ(0, pthread_create(&thread, &attr, [](void* f) -> void* {
+        reinterpret_cast<void (*)()>(f)();
+        return nullptr;
+    }, reinterpret_cast<void*>(check)));
+    pthread_join(thread, nullptr);
+    pthread_attr_destroy(&attr);
+}
+
+TEST(JsonParser, DeepDocumentsAreReadToTheDepthLimitWrittenListedAndFreedOnASmallStack) {
+    onSmallStack([] {
+        // Objects kMaxDepth levels deep are all read; one level more is dropped.
+        for (int levels : {json::kMaxDepth, json::kMaxDepth + 1}) {
+            std::string text = "{";
+            for (int i = 1; i < levels; i++) text += "\"k\":{";
+            text += "\"v\":1" + std::string(levels, '}');
+            json j(text.c_str());
+            json* last = &j;
+            int steps = 0;
+            for (json* next; (next = last->getSubset("k")); last = next) steps++;
+            EXPECT_EQ(json::kMaxDepth - 1, steps);
+            EXPECT_EQ(levels == json::kMaxDepth, last->getInt("v", 0) == 1);
+            EXPECT_EQ(levels == json::kMaxDepth, text == j.getDoc());
+        }
+        // Arrays and objects taking turns, 9,999 levels.
         std::string text = "{";
-        for (int i = 0; i < levels; i++) text += "\"k\":{";
-        json j((text + std::string(levels + 1, '}')).c_str());
-        int depth = 0;
-        for (json* cur = j.getSubset("k"); cur; cur = cur->getSubset("k")) depth++;
-        EXPECT_EQ(json::kMaxDepth - 1, depth) << levels;
-    }
+        for (int i = 0; i < 4999; i++) text += "\"k\":[{";
+        for (int i = 0; i < 4999; i++) text += "}]";
+        json* j = new json((text + "}").c_str());
+        EXPECT_TRUE(text + "}" == j->getDoc());
+        EXPECT_STREQ("\tk:array\r\n\t\t[0]\r\n\t\t\tk:array\r\n\t\t\t\t[0]\r\n", j->getDisplay());
+        delete j;
+    });
 }
 
 TEST(JsonParser, DocumentsLargerThanTheKeptScratchParseAndLeaveItUsable) {
