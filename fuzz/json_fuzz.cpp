@@ -21,7 +21,7 @@ namespace {
 // checked by the library alone.
 bool shallow(const std::string& text) {
     auto opens = [](char c) { return c == '{' || c == '['; };
-    return std::count_if(text.begin(), text.end(), opens) < 400;
+    return std::count_if(text.begin(), text.end(), opens) < 200;
 }
 
 // With reference, the edited document is also written and listed by the reference.
@@ -59,9 +59,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     std::string text(reinterpret_cast<const char*>(data), size);
     text.resize(std::min(text.find('\0'), text.size()));
     if (size > 0 && shallow(text)) {
-        std::string difference = ref::check(text) + ref::checkSteps(text);
-        difference += ref::checkSteps(ref::removeGabage(text));
+        std::string difference = ref::check(text);
         difference += ref::toNode(&first) == ref::generate(text).doc ? "" : "document from bytes";
+        if (text.size() <= 512) {  // the steps cost the reference most
+            difference += ref::checkSteps(text) + ref::checkSteps(ref::removeGabage(text));
+        }
         if (!difference.empty()) {
             fprintf(stderr, "differs from the reference: %s\n", difference.c_str());
             abort();
@@ -86,7 +88,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             closing += part[2];
         }
         tavik::json nested((opening + part[1] + closing).c_str());
-        exercise(nested, false);
+        nested.getDoc();
+        nested.getDisplay();
     }
     return 0;
 }

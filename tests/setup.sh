@@ -6,7 +6,7 @@ set -euo pipefail
 packages=(
   g++ clang libclang-rt-14-dev cmake ninja-build pkg-config
   uuid-dev libgtest-dev libgmock-dev libbenchmark-dev
-  fuse3 libfuse3-dev libssl-dev nlohmann-json3-dev rapidjson-dev
+  fuse3 libfuse3-dev libssl-dev nlohmann-json3-dev rapidjson-dev libsimdjson-dev
   util-linux mount procps psmisc
   dpkg-dev file lintian systemd
 )

@@ -14,8 +14,8 @@ using tavik::json;
 
 namespace {
 
-// The text given as bytes, then edited by hand (a member removed, an array of scalars added),
-// written, and printed at a detail level.
+// The text given as bytes, then edited by hand (a member replaced, one removed, an array of
+// scalars added), written, and printed at a detail level.
 std::string editedAndPrinted(const std::string& text, int detail) {
     tavik::byteArr bytes(new unsigned char[text.size()], text.size());
     memcpy(bytes.buffer, text.data(), text.size());
@@ -23,6 +23,10 @@ std::string editedAndPrinted(const std::string& text, int detail) {
     j.generate(&bytes);
     ref::parsed want = ref::generate(text);
     if (!(ref::toNode(&j) == want.doc)) return "document from bytes";
+    if (j.getKeyCount() > 0) {
+        j.add(j.getKey(0), "replaced");
+        if (ref::getDoc(ref::toNode(&j)) != j.getDoc()) return "getDoc after a replacement";
+    }
     if (j.getKeyCount() > 1) {
         j.remove(j.getKey(1));
         auto* list = new json::array();
