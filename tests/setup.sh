@@ -15,7 +15,7 @@ case "${1:-all}" in
   all)
     packages=(
       "${base[@]}" clang libclang-rt-14-dev libgtest-dev libgmock-dev libbenchmark-dev
-      fuse3 libfuse3-dev libssl-dev nlohmann-json3-dev rapidjson-dev
+      fuse3 libfuse3-dev libssl-dev nlohmann-json3-dev rapidjson-dev libsimdjson-dev
       util-linux mount procps psmisc strace
       dpkg-dev file lintian systemd python3
     ) ;;
