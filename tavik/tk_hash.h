@@ -4,6 +4,8 @@
 // key sorts first). With delKey the hash owns its key texts (array delete),
 // with delValue its values (delete through their virtual destructor).
 // put() of an existing key replaces it and disposes of the old owned parts.
+// The records may also be borrowed (adopt): storage the hash uses but never
+// frees, such as a parsed document's arena; growing moves them to its own.
 // Not locked: one thread at a time.
 #ifndef TAVIK_TK_HASH_H_
 #define TAVIK_TK_HASH_H_
@@ -86,12 +88,17 @@ public:
     hash() : hash(increaseStep) {}
     // Room for capacity records from the start (at least one).
     explicit hash(size_t capacity)
-        : _data(new hashData[std::max<size_t>(capacity, 1)]()), sortedCount(0) {
+        : _data(new hashData[std::max<size_t>(capacity, 1)]()), sortedCount(0), ownsData(true) {
         _size = std::max<size_t>(capacity, 1);
     }
+    // No records yet: nothing is allocated until the first put() or adopt().
+    struct noRecords {};
+    explicit hash(noRecords) : _data(nullptr), sortedCount(0), ownsData(false) {}
     ~hash() override {
         removeAll();
-        delete[] _data;
+        if (ownsData) {
+            delete[] _data;
+        }
     }
     hash(const hash&) = delete;
     hash& operator=(const hash&) = delete;
@@ -120,7 +127,7 @@ public:
     // Adds a key the caller knows to be absent (find() said so), skipping
     // put()'s duplicate check.
     void append(A key, T value) {
-        if (count >= _size - 1) {
+        if (count + 1 >= _size) {
             grow();
         }
         _data[count] = hashData{this, key, value};
@@ -204,6 +211,21 @@ public:
         }
     }
 
+    // Drops the records without disposing of anything and uses the n records
+    // at records (room for capacity, unsorted) instead; the caller keeps that
+    // storage alive and frees it. adopt(nullptr, 0, 0) leaves no records.
+    void adopt(hashData* records, size_t n, size_t capacity) {
+        if (ownsData) {
+            delete[] _data;
+        }
+        _data = records;
+        count = n;
+        _size = capacity;
+        sortedCount = 0;
+        neededSort = n > 0;
+        ownsData = false;
+    }
+
     hashData* _data;
 
 private:
@@ -247,9 +269,12 @@ private:
     void resize(size_t bigger) {
         hashData* records = new hashData[bigger]();
         std::copy(_data, _data + count, records);
-        delete[] _data;
+        if (ownsData) {
+            delete[] _data;
+        }
         _data = records;
         _size = bigger;
+        ownsData = true;
     }
 
     static void disposeKey(A& key) {
@@ -264,6 +289,7 @@ private:
     }
 
     size_t sortedCount;  // _data[0, sortedCount) is in key order
+    bool ownsData;       // _data was allocated here (else borrowed through adopt)
 };
 
 }  // namespace tavik

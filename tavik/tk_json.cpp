@@ -4,11 +4,47 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include <vector>
+
 #include "tavik/tk_common.h"
+#include "tavik/tk_json_arena.h"
 
 namespace tavik {
 
+
 int json::displayAllDetails = 0;
+
+// ---- deleting ----
+
+namespace {
+// The nodes still to be deleted by the outermost dispose() running on this thread.
+thread_local std::vector<jsonObject*>* pendingDeletes = nullptr;
+const size_t kKeptPending = 1 << 16;
+}  // namespace
+
+void jsonObject::dispose(jsonObject* node) {
+    if (!node) {
+        return;
+    }
+    if (pendingDeletes) {
+        pendingDeletes->push_back(node);  // deleted by the loop below, further up the stack
+        return;
+    }
+    // Deleting a node deletes its children through dispose() again, which only adds them to
+    // the list: however deep the subtree, the stack holds one deletion at a time.
+    static thread_local std::vector<jsonObject*> pending;
+    pendingDeletes = &pending;
+    delete node;
+    while (!pending.empty()) {
+        jsonObject* next = pending.back();
+        pending.pop_back();
+        delete next;
+    }
+    pendingDeletes = nullptr;
+    if (pending.capacity() > kKeptPending) {
+        std::vector<jsonObject*>().swap(pending);
+    }
+}
 
 // ---- scalar nodes ----
 
@@ -26,21 +62,42 @@ jsonObject::jsonObject(double v) : p(newFormatString("%f", v)), oType(jotValue) 
 jsonObject::jsonObject(bool v) : p(newString(v ? "true" : "false")), oType(jotValue) {}
 
 jsonObject::~jsonObject() {
-    delete[] p;
+    if (!_inlineText || p != reinterpret_cast<char*>(this) + sizeof(jsonObject)) {
+        delete[] p;
+    }
 }
 
 // ---- arrays ----
 
+namespace {
+// Whether item is one of the count items from first on, which belong to a parsed document.
+bool borrowedItem(const listitem* item, const listitem* first, size_t count) {
+    return first && item >= first && item < first + count;
+}
+}  // namespace
+
 json::array::~array() {
-    auto pos = objList.getHeadPosition();
-    while (pos) {
-        delete objList.getNext(&pos);
+    listitem* item = objList.itemHead;
+    while (item) {
+        listitem* next = item->next;
+        dispose(static_cast<jsonObject*>(item->pData));
+        if (!borrowedItem(item, _firstItem, _borrowedItems)) {
+            delete item;
+        }
+        item = next;
     }
-    objList.removeAll();
+    objList.itemHead = objList.itemTail = nullptr;
+    objList.count = 0;
+    if (_borrowed) {
+        _borrowed->release();
+    }
 }
 
 void json::array::remove(jsonObject* node) {
-    objList.removeData(node);
+    listitem* item = objList.unlinkData(node);
+    if (!borrowedItem(item, _firstItem, _borrowedItems)) {
+        delete item;
+    }
 }
 
 jsonObject* json::array::getAt(unsigned long index) {
@@ -59,11 +116,7 @@ json::array* json::array::getArray(unsigned long index) {
 
 // ---- objects ----
 
-json::json() {
-    p = nullptr;
-}
-
-json::json(size_t members) : props(members + 1) {
+json::json() : props(memberMap::noRecords()) {
     p = nullptr;
 }
 
@@ -76,8 +129,40 @@ json::~json() {
 }
 
 void json::reset() {
+    memberMap::hashData* records = props._data;
+    size_t parsedScalars = 0;
+    for (size_t i = 0; i < props.count; i++) {
+        if (i + 8 < props.count) {
+            __builtin_prefetch(records[i + 8].value);
+        }
+        jsonObject* node = records[i].value;
+        if (parsedScalar(node) && jsonMemory::arenaOf(node) == _borrowed) {
+            // A scalar of this document: it has nothing to free but a text put in its place,
+            // and its memory goes with the document's.
+            node->jsonObject::~jsonObject();
+            parsedScalars++;
+        } else {
+            dispose(node);
+        }
+        records[i].value = nullptr;
+    }
     props.removeAll();
-    keyTable.removeAll();
+    // The items the document lent come first and are never taken out one by one.
+    listitem* item = _borrowedItems ? _firstItem[_borrowedItems - 1].next : keyTable.itemHead;
+    while (item) {
+        listitem* next = item->next;
+        delete item;
+        item = next;
+    }
+    keyTable.itemHead = keyTable.itemTail = nullptr;
+    keyTable.count = 0;
+    if (_borrowed) {
+        props.adopt(nullptr, 0, 0);  // the records were the document's
+        _borrowed->release(parsedScalars + 1);
+        _borrowed = nullptr;
+        _firstItem = nullptr;
+        _borrowedItems = 0;
+    }
 }
 
 char* json::getKey(unsigned long index) {
@@ -124,7 +209,7 @@ void json::_add(const char* key, size_t n, jsonObject* node) {
     auto* record = _record(key);
     if (record) {
         // Replaced in place: the stored key, and so its position, stays.
-        delete record->value;
+        dispose(record->value);
         record->value = node;
         return;
     }

@@ -4,6 +4,10 @@
 // the node passed. getDoc, getSafeDoubleQuotation and getDisplay return scratch texts
 // (valid until a thousand more have been made; copy what you keep). A document is used by
 // one thread at a time; nothing is locked.
+// A parsed document keeps its nodes, texts, member records and list items together in memory
+// it owns; a node taken out of it (json::array::remove) stays valid after it is gone. Change
+// the members and elements of a parsed document through add and remove, not through the lists
+// and the map themselves.
 #pragma once
 
 #include <stdint.h>
@@ -16,8 +20,11 @@
 
 namespace tavik {
 
-class jsonParser;
+class jsonBuilder;
 class jsonWriter;
+namespace jsonMemory {
+class arena;
+}
 
 enum joType : int32_t {
     jotString = 0,  // scalar that was quoted text
@@ -46,15 +53,31 @@ public:
 
     jsonObject(const jsonObject&) = delete;
     jsonObject& operator=(const jsonObject&) = delete;
+
+    // Nodes come from the heap or from a parsed document's memory; delete frees either.
+    static void* operator new(size_t size);
+    static void* operator new(size_t, void* where) { return where; }
+    static void operator delete(void* node);
+    static void operator delete(void*, void*) {}
+
+protected:
+    // Deletes node and its subtree without recursing once per level.
+    static void dispose(jsonObject* node);
+    static bool parsedScalar(const jsonObject* node) { return node && node->_inlineText; }
+
+private:
+    friend class jsonBuilder;
+    // A parsed scalar keeps its text right after itself; p is freed unless it points there.
+    bool _inlineText = false;
 };
 
 class json : public jsonObject {
 public:
     class array;
-    // Every object of a document has its own map, so it starts small (a thousand records
-    // ahead would make a 1 MB document take hundreds of MB) and doubles as it fills; the
-    // parser sizes it for an object's members at once. The map does not own the keys: each
-    // key text lives in its keyTable item, so keyTable stays valid after remove().
+    // Every object of a document has its own map, so it starts empty (a thousand records
+    // ahead would make a 1 MB document take hundreds of MB) and doubles as it fills; a parsed
+    // object's map holds exactly its members. The map does not own the keys: each key text
+    // lives with its keyTable item, so keyTable stays valid after remove().
     typedef hash<char*, jsonObject*, false, true, false, 4> memberMap;
 
     memberMap props;           // key -> node; owns the nodes
@@ -116,11 +139,13 @@ public:
     // Clears the object and parses str; false when str is null, empty or does not start with
     // '{' after trimming blanks (then the text is kept in latestWrongPacket). The parser is
     // lenient: scalars inside arrays are dropped, null stores a key with no node, objects in
-    // a row merge, and groups nested deeper than kMaxDepth levels are dropped. A thread keeps
-    // up to 4 MiB of parsing scratch between calls (more is given back after the call).
+    // a row merge. Groups nested up to kMaxDepth levels (the outer braces are the first) are
+    // read; a group deeper than that is dropped with everything in it, as if it were not in
+    // the text. Parsing, writing, listing and deleting use a fixed amount of stack whatever
+    // the depth. A thread keeps up to 4 MiB of parsing scratch between calls.
     bool generate(const char* str);
     bool generate(byteArr* data);
-    static const int kMaxDepth = 512;
+    static const int kMaxDepth = 10000;
 
     // Internal steps of the parser; each returns a new text or array owned by the caller.
     char* removeGabage(const char* str);
@@ -148,17 +173,20 @@ public:
     json& operator=(const json&) = delete;
 
 private:
-    // An empty object with room for that many members.
-    explicit json(size_t members);
-
     memberMap::hashData* _record(const char* key);
     jsonObject* _member(const char* key, bool* found);
     jsonObject* _pathNode(const char* key, bool* found, bool* brokenIndex);
     void _add(const char* key, size_t n, jsonObject* node);
     void _displayAll(jsonWriter& out, const char* prompt);
     void _displayAll(jsonWriter& out, int tab, bool contents);
-    friend class jsonParser;
+    friend class jsonBuilder;
     friend class jsonWriter;
+
+    // The parsed document's memory, when the records of props and the first keyTable items
+    // (_borrowedItems of them, from _firstItem on) come from it.
+    jsonMemory::arena* _borrowed = nullptr;
+    listitem* _firstItem = nullptr;
+    size_t _borrowedItems = 0;
 };
 
 class json::array : public jsonObject {
@@ -177,6 +205,14 @@ public:
     json* getJson(unsigned long index);
     array* getArray(unsigned long index);
     unsigned long size() { return objList.getCount(); }
+
+private:
+    friend class jsonBuilder;
+    // The parsed document's memory, when the list items from _firstItem on (_borrowedItems of
+    // them, contiguous) come from it.
+    jsonMemory::arena* _borrowed = nullptr;
+    listitem* _firstItem = nullptr;
+    size_t _borrowedItems = 0;
 };
 
 }  // namespace tavik

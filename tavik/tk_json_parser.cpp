@@ -1,464 +1,453 @@
-// The lenient JSON text parser: the text is cleaned once (removeGabage), then cut into
-// top-level tokens, and keys are paired with values while braced and bracketed tokens are
-// cut again at their own level. Tokens are slices of the cleaned text rather than copies, and
-// one token stack serves every level. While cleaning, generate notes where every group ends,
-// so each level jumps over its groups instead of scanning them again: every byte is scanned
-// a bounded number of times whatever the nesting, and copied only where a key or value is
-// stored.
-#include <stdint.h>
+// The lenient JSON text parser: generate and its separate steps. After the scan has settled
+// where every group ends (tk_json_text.h), the builder reads the text once from the first
+// byte to the last. At each level it pairs keys with values; at a group it descends into the
+// group's inside (a brace string) or takes the group as a word. Levels are kept on an explicit
+// stack. The members of an object are collected until it ends and then laid out at once: the
+// node, its texts, the map's records and the key list's items all go to the document's arena.
 #include <stdlib.h>
 #include <string.h>
 
-#include <new>
+#include <algorithm>
 #include <string>
 #include <vector>
 
 #include "tavik/tk_common.h"
 #include "tavik/tk_json.h"
+#include "tavik/tk_json_arena.h"
+#include "tavik/tk_json_text.h"
 
 namespace tavik {
 
+using jsonMemory::arena;
+using jsonText::group;
+
 namespace {
 
-const size_t kNone = SIZE_MAX;
+const size_t kKeptScratch = 4 << 20;  // parsing scratch a thread keeps between parses
 
-// Where a group of the cleaned text ends. Entries are kept in the order the groups open.
-struct groupEnd {
-    size_t close;  // index of the bracket closing the group, or kNone when none does
-    size_t next;   // entry of the first group opening after that bracket
+struct member {
+    const char* key;
+    size_t keyLength;
+    jsonObject* node;
 };
 
-struct token {
-    const char* s;
-    size_t n;
-    // The group was closed by its own bracket. Such a token is always a brace string of its
-    // kind, so it need not be scanned again; an unterminated one still is.
-    bool closed;
-    size_t group = kNone;  // the group's entry, for groups cut from the cleaned text
-    char last() const { return s[n - 1]; }
-    bool is(char c) const { return n == 1 && s[0] == c; }
+struct level {
+    enum kind_t { object, merge, array } kind;  // a merge level adds to the object around it
+    size_t end;        // its text ends here
+    size_t resume;     // the level around goes on from here
+    size_t nextGroup;  // and with this group
+    size_t first;      // where its members or elements start on their stack
+    int mode;          // 0 expecting a key, 1 expecting a value
+    const char* name;  // the current key
+    size_t nameLength;
 };
 
-const char kColon[] = ":";
-const size_t kKeptBuffers = 4 << 20;  // scratch a thread keeps between parses
-
-// The tokenizer. Escapes come first everywhere (a backslash takes the next byte with it,
-// unexamined); at the top level a blank ends a token, a colon is a token of its own, and a
-// quoted string or a bracketed or braced group is one token with its delimiters. Inside a
-// group only its own kind of bracket is counted, and quoted strings are skipped. Every byte
-// of a token directly follows the previous one, so a token is a slice of the text.
-
-// Index just past the string whose opening quote is before i, or n when it is unterminated.
-size_t skipString(const char* s, size_t i, size_t n) {
-    while (i < n) {
-        char c = s[i];
-        if (c == '\\') {
-            i += 2;
-        } else if (c == '"') {
-            return i + 1;
-        } else {
-            i++;
-        }
-    }
-    return n;
-}
-
-// Index just past the bracket closing the group opened before i, or n when it is unterminated.
-size_t skipGroup(const char* s, size_t i, size_t n, char open, char close, bool* closed) {
-    int openCount = 1;
-    while (i < n) {
-        char c = s[i];
-        if (c == '\\') {
-            i += 2;
-        } else if (c == '"') {
-            i = skipString(s, i + 1, n);
-        } else if (c == open) {
-            openCount++;
-            i++;
-        } else if (c == close && --openCount == 0) {
-            *closed = true;
-            return i + 1;
-        } else {
-            i++;
-        }
-    }
-    return n;
-}
-
-// With ends (the group entries of the cleaned text, which starts offset bytes before s, and k
-// the entry of the first group in s), a group is not scanned but looked up: the state of
-// quotes and escapes at a byte does not depend on the level scanning it, and a group counts
-// only its own kind of bracket, so its closing bracket is the one noted while cleaning, when
-// that lies within s; otherwise the group runs to the end of s, as the scan would find.
-void cutTokens(const char* s, size_t n, std::vector<token>& out, const groupEnd* ends = nullptr,
-               size_t offset = 0, size_t k = 0) {
-    size_t start = 0;
-    bool filled = false;
-    auto emit = [&](size_t end) {
-        if (filled && end > start) {
-            out.push_back({s + start, end - start, false});
-        }
-        filled = false;
-    };
-    size_t i = 0;
-    while (i < n) {
-        char c = s[i];
-        if (c == ' ') {
-            emit(i);
-            i++;
-        } else if (c == ':') {
-            emit(i);
-            out.push_back({kColon, 1, false});
-            i++;
-        } else if (c == '"' || c == '[' || c == '{') {
-            emit(i);
-            if (ends && c != '"') {
-                const groupEnd& g = ends[k];
-                bool closed = g.close != kNone && g.close - offset < n;
-                size_t end = closed ? g.close - offset + 1 : n;
-                out.push_back({s + i, end - i, closed, k});
-                k = g.next;
-                i = end;
-                continue;
-            }
-            bool closed = false;
-            size_t end = c == '"'   ? skipString(s, i + 1, n)
-                         : c == '[' ? skipGroup(s, i + 1, n, '[', ']', &closed)
-                                    : skipGroup(s, i + 1, n, '{', '}', &closed);
-            out.push_back({s + i, (end < n ? end : n) - i, closed && c != '"'});
-            i = end;
-        } else {
-            if (!filled) {
-                start = i;
-                filled = true;
-            }
-            i += c == '\\' ? 2 : 1;
-        }
-    }
-    emit(n);
-}
-
-bool braced(const char* s, size_t n, char open, char close) {
-    if (n == 0 || s[0] != open || s[n - 1] != close || n < 2) {
-        return false;
-    }
-    int depth = 0;
-    bool inString = false;
-    for (size_t i = 1; i + 1 < n; i++) {
-        char c = s[i];
-        if (c == '\\') {
-            i++;
-        } else if (c == '"') {
-            inString = !inString;
-        } else if (!inString) {
-            if (c == open) {
-                depth++;
-            } else if (c == close && --depth < 0) {
-                return false;
-            }
-        }
-    }
-    return depth == 0;
-}
-
-// isBraceString on a token, trusting the tokenizer for groups it closed.
-bool braced(const token& t, char open, char close) {
-    if (t.closed) {
-        return t.s[0] == open;
-    }
-    return braced(t.s, t.n, open, close);
-}
-
-bool quoted(const token& t) {
-    return t.s[0] == '"' && t.last() == '"';
-}
-
-// One pair of surrounding double quotes removed (the parser's only use of removeBrace).
-token unquote(const token& t) {
-    if (t.n >= 2 && quoted(t)) {
-        return {t.s + 1, t.n - 2, false};
-    }
-    return t;
-}
-
-const char kEscapes[][2] = {{'a', 0x07}, {'b', 0x08}, {'f', 0x0C}, {'n', 0x0A},
-                            {'r', 0x0D}, {'t', 0x09}, {'v', 0x0B}};
-
-unsigned int hexValue(const char* s, size_t n) {
-    std::string digits(s, n);
-    return xtoi(&digits[0]);
-}
-
-// Decodes the escapes of s[0, n) into out (which has room for n + 1 bytes), terminates it and
-// returns its length. A decoded zero byte ends the text there, as it would for any C text.
-size_t unescape(const char* s, size_t n, char* out) {
-    if (!memchr(s, '\\', n)) {
-        memcpy(out, s, n);
-        out[n] = 0;
-        return n;
-    }
-    size_t o = 0;
-    bool inQuote = false;
-    for (size_t i = 0; i < n; i++) {
-        char c = s[i];
-        if (c == '"') {
-            inQuote = !inQuote;
-        }
-        if (c != '\\' || inQuote) {
-            out[o++] = c;
-            continue;
-        }
-        if (i + 1 == n) {
-            break;  // a backslash at the very end is dropped
-        }
-        char next = s[++i];
-        if (next == 'x') {
-            size_t from = i + 1;
-            size_t to = from;
-            while (to < n && s[to] != ' ') {
-                to++;
-            }
-            out[o++] = static_cast<char>(hexValue(s + from, to - from) & 0xFF);
-            i = to - 1;  // the blank after the digits is kept
-        } else if (next == 'u') {
-            // Four digits, or as many as the text still holds.
-            size_t count = n - (i + 1) < 4 ? n - (i + 1) : 4;
-            unsigned int v = hexValue(s + i + 1, count) & 0xFFFF;
-            i += count;
-            char low = static_cast<char>(v & 0xFF);
-            char high = static_cast<char>(v >> 8);
-            if (low) {
-                out[o++] = low;
-                if (high) {
-                    out[o++] = high;
-                }
-            }
-        } else {
-            char mapped = next;
-            for (const auto& e : kEscapes) {
-                if (e[0] == next) {
-                    mapped = e[1];
-                    break;
-                }
-            }
-            out[o++] = mapped;
-        }
-    }
-    out[o] = 0;
-    return strlen(out);  // up to a decoded zero byte, if any
-}
-
-// A parsed scalar: its text lives in the node's own allocation, so a member costs one
-// allocation fewer. It behaves as any scalar node, and text put into p from outside is
-// still freed by the base.
-class textNode final : public jsonObject {
+// A stack of plain values, doubling as it grows, whose push is small enough to inline.
+template <typename T>
+class pile {
 public:
-    static jsonObject* make(const char* s, size_t n, joType type) {
-        void* room = ::operator new(sizeof(textNode) + n + 1);
-        textNode* node = ::new (room) textNode();
-        node->oType = type;
-        node->p = node->text();
-        unescape(s, n, node->p);
-        return node;
-    }
-    ~textNode() override {
-        if (p == text()) {
-            p = nullptr;
+    pile() = default;
+    pile(const pile&) = delete;
+    pile& operator=(const pile&) = delete;
+    ~pile() { delete[] _data; }
+
+    void push(const T& v) {
+        if (_size == _capacity) {
+            grow();
         }
+        _data[_size++] = v;
     }
-    // Unsized, so the node is freed whole with its text.
-    static void operator delete(void* room) { ::operator delete(room); }
+    T* data() { return _data; }
+    T& operator[](size_t i) { return _data[i]; }
+    T& back() { return _data[_size - 1]; }
+    size_t size() const { return _size; }
+    void shrink(size_t n) { _size = n; }
+    size_t bytes() const { return _capacity * sizeof(T); }
+    void release() {
+        delete[] _data;
+        _data = nullptr;
+        _size = _capacity = 0;
+    }
 
 private:
-    textNode() = default;
-    char* text() { return reinterpret_cast<char*>(this + 1); }
+    void grow() {
+        size_t capacity = _capacity ? 2 * _capacity : 64;
+        T* data = new T[capacity];
+        if (_size) {
+            memcpy(static_cast<void*>(data), _data, _size * sizeof(T));
+        }
+        delete[] _data;
+        _data = data;
+        _capacity = capacity;
+    }
+
+    T* _data = nullptr;
+    size_t _size = 0;
+    size_t _capacity = 0;
 };
 
-// The group entries of a cleaned text, and the entries of the groups still open, by kind.
-struct groupMarks {
-    std::vector<groupEnd> ends;
-    std::vector<size_t> braces;
-    std::vector<size_t> brackets;
+// What parsing needs besides the document, kept per thread between parses.
+struct scratch {
+    jsonText::scanRoom scan;
+    pile<level> levels;
+    pile<member> members;
+    pile<jsonObject*> elements;
+    std::vector<size_t> order;
+    std::string word;
 
-    void open(char c) {
-        (c == '{' ? braces : brackets).push_back(ends.size());
-        ends.push_back({kNone, 0});
-    }
-    void close(char c, size_t at) {
-        std::vector<size_t>& open = c == '}' ? braces : brackets;
-        if (!open.empty()) {
-            ends[open.back()] = {at, ends.size()};
-            open.pop_back();
+    void trim() {
+        size_t kept = scan.bytes() + levels.bytes() + members.bytes() + elements.bytes() +
+                      order.capacity() * sizeof(size_t) + word.capacity();
+        if (kept > kKeptScratch) {
+            scan = jsonText::scanRoom();
+            levels.release();
+            members.release();
+            elements.release();
+            std::vector<size_t>().swap(order);
+            std::string().swap(word);
         }
-    }
-    void clear() {
-        ends.clear();
-        braces.clear();
-        brackets.clear();
-    }
-    void release() {
-        std::vector<groupEnd>().swap(ends);
-        std::vector<size_t>().swap(braces);
-        std::vector<size_t>().swap(brackets);
     }
 };
 
-// Copies s[0, n) to out (room for n + 1 bytes) with line breaks and TABs outside quoted
-// strings dropped and commas there turned into blanks; returns the length written. A
-// backslash takes the next byte with it unexamined. With marks, the groups of the cleaned
-// text are noted as the tokenizer would find them: its quotes and escapes are these, and the
-// bytes dropped or turned into blanks mean nothing to it.
-size_t clean(const char* s, size_t n, char* out, groupMarks* marks = nullptr) {
-    size_t o = 0;
-    bool inString = false;
-    for (size_t i = 0; i < n; i++) {
-        if (inString) {
-            // Inside a string only a quote or a backslash means anything.
-            while (i < n && s[i] != '"' && s[i] != '\\') {
-                out[o++] = s[i++];
-            }
-            if (i == n) {
-                break;
-            }
-        }
-        char c = s[i];
-        if (c == '\\') {
-            out[o++] = c;
-            if (i + 1 < n) {
-                out[o++] = s[++i];
-            }
-        } else if (c == '"') {
-            out[o++] = c;
-            inString = !inString;
-        } else if (c == ',') {
-            out[o++] = ' ';
-        } else if (c != '\r' && c != '\n' && c != '\t') {
-            if (marks) {
-                if (c == '{' || c == '[') {
-                    marks->open(c);
-                } else if (c == '}' || c == ']') {
-                    marks->close(c, o);
-                }
-            }
-            out[o++] = c;
-        }
-    }
-    out[o] = 0;
-    return o;
+thread_local scratch t_scratch;
+
+bool sameKey(const member& a, const member& b) {
+    return a.keyLength == b.keyLength &&
+           (a.keyLength == 0 || (a.key[0] == b.key[0] && memcmp(a.key, b.key, a.keyLength) == 0));
 }
 
 }  // namespace
 
-// Walks tokens and fills objects and arrays; groups nested deeper than json::kMaxDepth
-// are dropped so that hostile input cannot exhaust the stack.
-class jsonParser {
+class jsonBuilder {
 public:
-    explicit jsonParser(std::vector<token>& stack, const char* text = nullptr,
-                        const groupEnd* groups = nullptr)
-        : tokens(stack), base(text), ends(groups) {}
+    // Reads text[0, n), whose groups are given, into an empty object or array. With
+    // separators, commas outside strings separate tokens as blanks do (the text is a
+    // cleaned one but for its commas).
+    jsonBuilder(arena* memory, const char* text, size_t n, bool separators, const group* groups,
+                scratch& s)
+        : _arena(memory), _t(text), _n(n), _separators(separators), _groups(groups), _s(s) {}
 
-    std::vector<token>& tokens;
-    const char* base;      // the cleaned text the tokens were cut from, if any
-    const groupEnd* ends;  // its group entries
-
-    void object(json* j, size_t first, size_t end, int depth) {
-        j->props.reserve(memberBound(first, end));
-        int mode = 0;  // 0 expecting a key, 1 expecting a value
-        std::string nameHere;
-        for (size_t k = first; k < end; k++) {
-            token t = tokens[k];
-            if (skipped(t)) {
-                continue;
-            }
-            int subMode = braced(t, '{', '}') ? 1 : braced(t, '[', ']') ? 2 : 0;
-            if (subMode != 0) {
-                if (depth >= json::kMaxDepth) {
-                    continue;
-                }
-                if (subMode == 1 && (nameHere.empty() || mode == 0)) {
-                    inside(t, [&](size_t a, size_t b) { object(j, a, b, depth + 1); });
-                } else if (subMode == 1) {
-                    inside(t, [&](size_t a, size_t b) {
-                        json* child = new json(memberBound(a, b));
-                        object(child, a, b, depth + 1);
-                        j->_add(nameHere.data(), nameHere.size(), child);
-                    });
-                    mode = 0;
-                } else {
-                    json::array* child = new json::array();
-                    inside(t, [&](size_t a, size_t b) { array(child, a, b, depth + 1); });
-                    j->_add(nameHere.data(), nameHere.size(), child);
-                    mode = 0;
-                }
-                continue;
-            }
-            if (mode == 1) {
-                jsonObject* node = nullptr;
-                if (t.n != 4 || memcmp(t.s, "null", 4) != 0) {
-                    token text = unquote(t);
-                    node = textNode::make(text.s, text.n, quoted(t) ? jotString : jotValue);
-                }
-                j->_add(nameHere.data(), nameHere.size(), node);
-                mode = 0;
-            } else {
-                token text = unquote(t);
-                nameHere.resize(text.n + 1);
-                nameHere.resize(unescape(text.s, text.n, &nameHere[0]));
-                mode = 1;
-            }
-        }
+    void fill(json* j) {
+        run(level::object);
+        layOut(j, _s.members.data(), dedupe(0));
+        _s.members.shrink(0);
     }
-
-    void array(json::array* a, size_t first, size_t end, int depth) {
-        for (size_t k = first; k < end; k++) {
-            token t = tokens[k];
-            if (skipped(t) || depth >= json::kMaxDepth) {
-                continue;
-            }
-            if (braced(t, '{', '}')) {
-                inside(t, [&](size_t a2, size_t b2) {
-                    json* child = new json(memberBound(a2, b2));
-                    object(child, a2, b2, depth + 1);
-                    a->add(child);
-                });
-            } else if (braced(t, '[', ']')) {
-                json::array* child = new json::array();
-                inside(t, [&](size_t a2, size_t b2) { array(child, a2, b2, depth + 1); });
-                a->add(child);
-            }
-            // every other token is a scalar, and scalars inside arrays are dropped
-        }
+    void fill(json::array* a) {
+        run(level::array);
+        layOut(a, 0);
+        _s.elements.shrink(0);
     }
 
 private:
-    static bool skipped(const token& t) {
-        return t.n == 0 || t.is(':') || t.is(',') || t.is('\n') || t.is('\r') || t.is('\t');
+    arena* _arena;
+    const char* _t;
+    size_t _n;
+    bool _separators;
+    const group* _groups;
+    scratch& _s;
+
+    template <typename T>
+    T* make(size_t extra = 0) {
+        void* memory = _arena->take(jsonMemory::kNodeHeader + sizeof(T) + extra);
+        void* at = static_cast<char*>(memory) + jsonMemory::kNodeHeader;
+        jsonMemory::arenaOf(at) = _arena;
+        _arena->retain();
+        return new (at) T();
     }
 
-    // At most this many members come from tokens[first, end): each takes a key and a value.
-    size_t memberBound(size_t first, size_t end) const {
-        size_t used = 0;
-        for (size_t k = first; k < end; k++) {
-            used += !skipped(tokens[k]);
+    bool separator(char c) const { return c == ' ' || (c == ',' && _separators); }
+
+    void run(level::kind_t kind) {
+        pile<level>& levels = _s.levels;
+        levels.shrink(0);
+        levels.push({kind, _n, _n, 0, 0, 0, "", 0});
+        size_t i = 0;
+        size_t g = 0;  // the next group to meet
+        for (;;) {
+            level& l = levels.back();
+            while (i < l.end && separator(_t[i])) {
+                i++;
+            }
+            if (i >= l.end) {
+                if (levels.size() == 1) {
+                    return;
+                }
+                i = l.resume;
+                g = l.nextGroup;
+                endLevel();
+                continue;
+            }
+            char c = _t[i];
+            if (c == ':') {
+                i++;  // a colon token is skipped
+            } else if (c == '{' || c == '[') {
+                const group& gr = _groups[g];
+                if (!gr.inside) {
+                    token(i, gr.end, true, true);
+                } else if (levels.size() <= static_cast<size_t>(json::kMaxDepth)) {
+                    beginLevel(c == '{', gr);
+                    i++;
+                    g++;
+                    continue;
+                }
+                i = gr.end;  // a word, or too deep to read
+                g = gr.next;
+            } else {
+                bool escapes = false;
+                size_t end = c == '"' ? jsonText::stringEnd(_t, i + 1, l.end, &escapes)
+                                      : wordEnd(i, l.end, &escapes);
+                token(i, end, false, escapes);
+                i = end;
+            }
         }
-        return used / 2;
     }
 
-    // Cuts the inside of a braced token onto the token stack, lets fill walk it, and
-    // takes the tokens off again.
-    template <typename Fill>
-    void inside(const token& t, Fill fill) {
-        size_t first = tokens.size();
-        if (t.group != kNone) {
-            cutTokens(t.s + 1, t.n - 2, tokens, ends, static_cast<size_t>(t.s + 1 - base),
-                      t.group + 1);
+    size_t wordEnd(size_t i, size_t end, bool* escapes) const {
+        while (i < end) {
+            char c = _t[i];
+            if (c == '\\') {
+                *escapes = true;
+                i += 2;
+            } else if (separator(c) || c == ':' || c == '"' || c == '{' || c == '[') {
+                return i;
+            } else {
+                i++;
+            }
+        }
+        return end;
+    }
+
+    void beginLevel(bool braces, const group& gr) {
+        level& around = _s.levels.back();
+        level inner = {level::array, gr.end - 1, gr.end, gr.next, 0, 0, "", 0};
+        if (braces && around.kind != level::array && (around.nameLength == 0 || around.mode == 0)) {
+            inner.kind = level::merge;
+        } else if (braces) {
+            inner.kind = level::object;
+            inner.first = _s.members.size();
         } else {
-            cutTokens(t.s + 1, t.n - 2, tokens);
+            inner.first = _s.elements.size();
         }
-        fill(first, tokens.size());
-        tokens.resize(first);
+        _s.levels.push(inner);
+    }
+
+    void endLevel() {
+        level done = _s.levels.back();
+        _s.levels.shrink(_s.levels.size() - 1);
+        if (done.kind == level::merge) {
+            return;  // its members went to the object around it
+        }
+        jsonObject* node;
+        if (done.kind == level::object) {
+            json* j = make<json>();
+            layOut(j, _s.members.data() + done.first, dedupe(done.first));
+            _s.members.shrink(done.first);
+            node = j;
+        } else {
+            json::array* a = make<json::array>();
+            layOut(a, done.first);
+            _s.elements.shrink(done.first);
+            node = a;
+        }
+        level& around = _s.levels.back();
+        if (around.kind == level::array) {
+            _s.elements.push(node);
+        } else {
+            _s.members.push({around.name, around.nameLength, node});
+            around.mode = 0;
+        }
+    }
+
+    // A token other than a group read as a level; escapes tells whether it may hold a
+    // backslash.
+    void token(size_t from, size_t to, bool fromGroup, bool escapes) {
+        level& l = _s.levels.back();
+        size_t n = to - from;
+        if (l.kind == level::array ||
+            (n == 1 && (_t[from] == ',' || _t[from] == '\n' || _t[from] == '\r' || _t[from] == '\t'))) {
+            return;  // scalars in arrays are dropped; so are these tokens anywhere
+        }
+        const char* s = _t + from;
+        if (fromGroup && _separators) {
+            s = cleanedWord(s, n);
+        }
+        if (l.mode == 0) {
+            l.name = text(s, n, escapes, &l.nameLength);
+            l.mode = 1;
+            return;
+        }
+        jsonObject* node = nullptr;
+        if (n != 4 || memcmp(s, "null", 4) != 0) {
+            bool quoted = s[0] == '"' && s[n - 1] == '"';
+            node = make<jsonObject>(n + 1);
+            node->oType = quoted ? jotString : jotValue;
+            node->p = reinterpret_cast<char*>(node) + sizeof(jsonObject);
+            node->_inlineText = true;
+            unquoted(&s, &n);
+            decode(s, n, escapes, node->p);
+        }
+        _s.members.push({l.name, l.nameLength, node});
+        l.mode = 0;
+    }
+
+    static void unquoted(const char** s, size_t* n) {
+        if (*n >= 2 && (*s)[0] == '"' && (*s)[*n - 1] == '"') {
+            ++*s;
+            *n -= 2;
+        }
+    }
+
+    static size_t decode(const char* s, size_t n, bool escapes, char* out) {
+        if (escapes) {
+            return jsonText::unescape(s, n, out);
+        }
+        memcpy(out, s, n);
+        out[n] = 0;
+        return n;
+    }
+
+    // A key: the token without its quotes, escapes decoded, kept in the arena.
+    const char* text(const char* s, size_t n, bool escapes, size_t* length) {
+        unquoted(&s, &n);
+        char* out = _arena->room(n + 1);
+        *length = decode(s, n, escapes, out);
+        _arena->keep(*length + 1);
+        return out;
+    }
+
+    // A group taken as a word, with its commas outside strings made blanks as cleaning does.
+    const char* cleanedWord(const char* s, size_t n) {
+        std::string& w = _s.word;
+        w.assign(s, n);
+        bool inString = false;
+        for (size_t i = 0; i < n; i++) {
+            if (w[i] == '\\') {
+                i++;
+            } else if (w[i] == '"') {
+                inString = !inString;
+            } else if (w[i] == ',' && !inString) {
+                w[i] = ' ';
+            }
+        }
+        return w.data();
+    }
+
+    // Keeps the first position of each key and the last node given for it, deleting the
+    // nodes replaced; returns how many members from first on remain.
+    size_t dedupe(size_t first) {
+        member* ms = _s.members.data() + first;
+        size_t m = _s.members.size() - first;
+        size_t kept = 0;
+        if (m <= 16) {
+            for (size_t i = 0; i < m; i++) {
+                size_t k = 0;
+                while (k < kept && !sameKey(ms[k], ms[i])) {
+                    k++;
+                }
+                if (k < kept) {
+                    jsonObject::dispose(ms[k].node);
+                    ms[k].node = ms[i].node;
+                } else {
+                    ms[kept++] = ms[i];
+                }
+            }
+            return kept;
+        }
+        std::vector<size_t>& order = _s.order;
+        order.resize(m);
+        for (size_t i = 0; i < m; i++) {
+            order[i] = i;
+        }
+        std::sort(order.begin(), order.end(), [ms](size_t a, size_t b) {
+            size_t n = std::min(ms[a].keyLength, ms[b].keyLength);
+            int c = memcmp(ms[a].key, ms[b].key, n);
+            if (c != 0 || ms[a].keyLength != ms[b].keyLength) {
+                return c != 0 ? c < 0 : ms[a].keyLength < ms[b].keyLength;
+            }
+            return a < b;
+        });
+        for (size_t r = 0; r < m;) {
+            // order[r] is the key's first position (ties sort by position), its last node
+            // the one that stays there.
+            size_t run = r + 1;
+            while (run < m && sameKey(ms[order[r]], ms[order[run]])) {
+                run++;
+            }
+            for (size_t k = r; k + 1 < run; k++) {
+                jsonObject::dispose(ms[order[k]].node);
+            }
+            ms[order[r]].node = ms[order[run - 1]].node;
+            for (size_t k = r + 1; k < run; k++) {
+                ms[order[k]].key = nullptr;
+            }
+            r = run;
+        }
+        for (size_t i = 0; i < m; i++) {
+            if (ms[i].key) {
+                ms[kept++] = ms[i];
+            }
+        }
+        return kept;
+    }
+
+    void layOut(json* j, const member* ms, size_t m) {
+        if (m == 0) {
+            return;
+        }
+        // The records and then the items, in one run (the writer relies on it).
+        auto* records = static_cast<json::memberMap::hashData*>(
+            _arena->take(m * (sizeof(json::memberMap::hashData) + sizeof(listitem))));
+        listitem* items = reinterpret_cast<listitem*>(records + m);
+        for (size_t k = 0; k < m; k++) {
+            char* key = const_cast<char*>(ms[k].key);
+            ::new (records + k) json::memberMap::hashData{&j->props, key, ms[k].node};
+            ::new (items + k) listitem{key, k ? items + k - 1 : nullptr, k + 1 < m ? items + k + 1 : nullptr};
+        }
+        j->props.adopt(records, m, m);
+        j->keyTable.itemHead = items;
+        j->keyTable.itemTail = items + m - 1;
+        j->keyTable.count = m;
+        j->_borrowed = _arena;
+        j->_firstItem = items;
+        j->_borrowedItems = m;
+        _arena->retain();
+    }
+
+    void layOut(json::array* a, size_t first) {
+        size_t m = _s.elements.size() - first;
+        if (m == 0) {
+            return;
+        }
+        listitem* items = static_cast<listitem*>(_arena->take(m * sizeof(listitem)));
+        for (size_t k = 0; k < m; k++) {
+            ::new (items + k) listitem{_s.elements[first + k], k ? items + k - 1 : nullptr,
+                                      k + 1 < m ? items + k + 1 : nullptr};
+        }
+        a->objList.itemHead = items;
+        a->objList.itemTail = items + m - 1;
+        a->objList.count = m;
+        a->_borrowed = _arena;
+        a->_firstItem = items;
+        a->_borrowedItems = m;
+        _arena->retain();
     }
 };
+
+namespace {
+
+// Parses text[0, n) as the inside of an empty object or array. With clean, as generate reads
+// a document; without, as a level cut from a token is read.
+template <typename Target>
+void parseLevel(Target* target, const char* text, size_t n, bool clean) {
+    scratch& s = t_scratch;
+    jsonText::scan(&text, &n, clean, json::kMaxDepth, s.scan);
+    arena* memory = arena::create(n * 6 + 256);
+    jsonBuilder(memory, text, n, clean, s.scan.groups.data(), s).fill(target);
+    memory->release();  // what was made keeps it
+    s.trim();
+}
+
+}  // namespace
 
 // ---- generate ----
 
@@ -481,34 +470,7 @@ bool json::generate(const char* str) {
         latestWrongPacket = str;
         return false;
     }
-    // The cleaned text, the token stack and the group marks are kept per thread between
-    // parses, up to kKeptBuffers in all: parsing then costs no allocation for them, and no
-    // large free in the middle of a parse makes the allocator give the heap back to the system
-    // only to fault it in again for the next document.
-    static thread_local std::string cleaned;
-    static thread_local std::vector<token> stack;
-    static thread_local groupMarks marks;
-    cleaned.resize(to - from + 1);
-    size_t n = clean(str + from, to - from, &cleaned[0], &marks);
-    for (size_t open : marks.braces) {
-        marks.ends[open].next = marks.ends.size();
-    }
-    for (size_t open : marks.brackets) {
-        marks.ends[open].next = marks.ends.size();
-    }
-    jsonParser parser(stack, cleaned.data(), marks.ends.data());
-    cutTokens(cleaned.data(), n, stack, marks.ends.data());
-    parser.object(this, 0, stack.size(), 0);
-    stack.clear();
-    marks.clear();
-    size_t kept = cleaned.capacity() + stack.capacity() * sizeof(token) +
-                  marks.ends.capacity() * sizeof(groupEnd) +
-                  (marks.braces.capacity() + marks.brackets.capacity()) * sizeof(size_t);
-    if (kept > kKeptBuffers) {
-        std::string().swap(cleaned);
-        std::vector<token>().swap(stack);
-        marks.release();
-    }
+    parseLevel(this, str + from, to - from, true);
     return true;
 }
 
@@ -521,7 +483,7 @@ bool json::generate(byteArr* data) {
     return generate(text.get());
 }
 
-// ---- internal steps ----
+// ---- the separate steps ----
 
 char* json::removeGabage(const char* str) {
     if (!str) {
@@ -529,7 +491,7 @@ char* json::removeGabage(const char* str) {
     }
     size_t n = strlen(str);
     char* out = new char[n + 1];
-    clean(str, n, out);
+    jsonText::clean(str, n, out);
     return out;
 }
 
@@ -537,43 +499,104 @@ strArr* json::getTokens(const char* str) {
     if (!str) {
         return nullptr;
     }
-    std::vector<token> cut;
-    cutTokens(str, strlen(str), cut);
+    std::vector<std::pair<const char*, size_t>> cut;
+    jsonText::cutTokens(str, strlen(str), [&](const char* s, size_t n) { cut.push_back({s, n}); });
     if (cut.empty()) {
         return nullptr;
     }
     strArr* out = new strArr(cut.size());
     for (size_t i = 0; i < cut.size(); i++) {
-        out->ref(i).set(const_cast<char*>(cut[i].s), static_cast<unsigned int>(cut[i].n));
+        out->ref(i).set(const_cast<char*>(cut[i].first), static_cast<unsigned int>(cut[i].second));
     }
     return out;
 }
 
-// The strArr variants run the same walk over tokens given from outside.
-template <typename Node, typename Walk>
-static Node* walkGiven(Node* node, strArr* tokens, Walk walk) {
-    if (tokens && node) {
-        std::vector<token> stack;
-        for (size_t i = 0; i < tokens->length; i++) {
-            const char* t = (*tokens)[i];
-            stack.push_back({t ? t : "", t ? strlen(t) : 0, false});
-        }
-        jsonParser parser(stack);
-        walk(parser, node, stack.size());
-    }
-    return node;
+namespace {
+
+bool skippedToken(const char* t) {
+    return !*t || (!t[1] && strchr(":,\n\r\t", *t));
 }
 
+// The key or scalar text of a token: its surrounding quotes removed, escapes decoded.
+std::string tokenText(const char* t) {
+    size_t n = strlen(t);
+    if (n >= 2 && t[0] == '"' && t[n - 1] == '"') {
+        t++;
+        n -= 2;
+    }
+    std::string out(n + 1, '\0');
+    out.resize(jsonText::unescape(t, n, &out[0]));
+    return out;
+}
+
+}  // namespace
+
 json* json::subProcess(json* j, strArr* tokens) {
-    return walkGiven(j, tokens, [](jsonParser& p, json* n, size_t end) { p.object(n, 0, end, 0); });
+    if (!tokens || !j) {
+        return j;
+    }
+    int mode = 0;
+    std::string name;
+    for (size_t i = 0; i < tokens->length; i++) {
+        const char* t = (*tokens)[i] ? (*tokens)[i] : "";
+        size_t n = strlen(t);
+        if (skippedToken(t)) {
+            continue;
+        }
+        if (jsonText::isBraceString(t, n, '{', '}') && (name.empty() || mode == 0)) {
+            json part;  // merged: its members go to j in order
+            parseLevel(&part, t + 1, n - 2, false);
+            for (listitem* item = part.keyTable.itemHead; item; item = item->next) {
+                auto* record = part._record(static_cast<char*>(item->pData));
+                j->add(static_cast<char*>(item->pData), record->value);
+                record->value = nullptr;
+            }
+        } else if (jsonText::isBraceString(t, n, '{', '}')) {
+            json* child = new json();
+            parseLevel(child, t + 1, n - 2, false);
+            j->add(name.c_str(), child);
+            mode = 0;
+        } else if (jsonText::isBraceString(t, n, '[', ']')) {
+            array* child = new array();
+            parseLevel(child, t + 1, n - 2, false);
+            j->add(name.c_str(), child);
+            mode = 0;
+        } else if (mode == 1) {
+            bool quoted = t[0] == '"' && t[n - 1] == '"';
+            j->add(name.c_str(), strcmp(t, "null") == 0
+                                     ? nullptr
+                                     : new jsonObject(tokenText(t).c_str(), !quoted));
+            mode = 0;
+        } else {
+            name = tokenText(t);
+            mode = 1;
+        }
+    }
+    return j;
 }
 
 json::array* json::subProcess(array* a, strArr* tokens) {
-    return walkGiven(a, tokens, [](jsonParser& p, array* n, size_t end) { p.array(n, 0, end, 0); });
+    if (!tokens || !a) {
+        return a;
+    }
+    for (size_t i = 0; i < tokens->length; i++) {
+        const char* t = (*tokens)[i] ? (*tokens)[i] : "";
+        size_t n = strlen(t);
+        if (jsonText::isBraceString(t, n, '{', '}')) {
+            json* child = new json();
+            parseLevel(child, t + 1, n - 2, false);
+            a->add(child);
+        } else if (jsonText::isBraceString(t, n, '[', ']')) {
+            array* child = new array();
+            parseLevel(child, t + 1, n - 2, false);
+            a->add(child);
+        }
+    }
+    return a;
 }
 
 bool json::isBraceString(const char* str, char open, char close) {
-    return str && braced(str, strlen(str), open, close);
+    return str && jsonText::isBraceString(str, strlen(str), open, close);
 }
 
 char* json::removeBrace(const char* data, char cStart, char cEnd, bool ignorePair) {
@@ -581,25 +604,15 @@ char* json::removeBrace(const char* data, char cStart, char cEnd, bool ignorePai
         return nullptr;
     }
     size_t n = strlen(data);
-    if (n < 2 || data[0] != cStart || data[n - 1] != cEnd) {
-        return newString(data);
-    }
-    bool strip = ignorePair || cStart == cEnd;
-    if (!strip) {
+    bool strip = n >= 2 && data[0] == cStart && data[n - 1] == cEnd;
+    if (strip && !ignorePair && cStart != cEnd) {
         int depth = 0;
-        strip = true;
-        for (size_t i = 1; i + 1 < n; i++) {
-            if (data[i - 1] == '\\') {
-                continue;
-            }
-            if (data[i] == cStart) {
-                depth++;
-            } else if (data[i] == cEnd && --depth < 0) {
-                strip = false;
-                break;
+        for (size_t i = 1; i + 1 < n && depth >= 0; i++) {
+            if (data[i - 1] != '\\') {
+                depth += data[i] == cStart ? 1 : data[i] == cEnd ? -1 : 0;
             }
         }
-        strip = strip && depth == 0;
+        strip = depth == 0;
     }
     if (!strip) {
         return newString(data);
@@ -616,7 +629,7 @@ char* json::applyEscape(const char* str) {
     }
     size_t n = strlen(str);
     char* out = new char[n + 1];
-    unescape(str, n, out);
+    jsonText::unescape(str, n, out);
     return out;
 }
 

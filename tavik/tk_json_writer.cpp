@@ -1,7 +1,11 @@
 // Writing a json back to one line of text (getDoc) and the tab-indented debug listing
-// (getDisplay, displayAll). Both results go to the scratch pool.
+// (getDisplay, displayAll). Both results go to the scratch pool. Objects and arrays are
+// written from an explicit stack of the ones open, so a deep document needs heap, not stack.
+#include <stdint.h>
 #include <stdio.h>
 #include <string.h>
+
+#include <vector>
 
 #include "tavik/tk_common.h"
 #include "tavik/tk_json.h"
@@ -51,31 +55,34 @@ public:
         if (!s) {
             return;
         }
-        size_t n = strlen(s);
-        room(3 * n);
-        char* d = _buf + _len;
-        for (size_t i = 0; i < n; i++) {
-            char c = s[i];
-            char e = c == '\n' ? 'n' : c == '\t' ? 't' : c == '\r' ? 'r' : c == '\\' ? '\\' : 0;
-            if (e) {
+        // A run of at most 64 bytes at a time, for which there is room whatever they are.
+        const uint8_t* escapeOf = quoteToo ? kEscapes.value : kEscapes.key;
+        for (;;) {
+            room(3 * 64);
+            char* d = _buf + _len;
+            for (int k = 0; k < 64; k++, s++) {
+                uint8_t e = escapeOf[static_cast<uint8_t>(*s)];
+                if (!e) {
+                    *d++ = *s;
+                    continue;
+                }
+                if (!*s) {
+                    _len = static_cast<size_t>(d - _buf);
+                    return;
+                }
                 *d++ = '\\';
-                *d++ = e;
-                continue;
+                *d++ = static_cast<char>(e);
+                if (*s == '"') {
+                    *d++ = '"';  // \" : the quote's escape, doubled
+                }
             }
-            if (c == '"' && quoteToo) {
-                *d++ = '\\';
-                *d++ = '\\';
-            }
-            *d++ = c;
+            _len = static_cast<size_t>(d - _buf);
         }
-        _len = static_cast<size_t>(d - _buf);
     }
     const char* text() const { return _buf; }
 
-    // getDoc's writing of nodes.
-    void members(json* j);
-    void element(jsonObject* node);
-    void scalar(jsonObject* node);
+    // getDoc's writing of a node and everything under it.
+    void document(jsonObject* root);
     // The text, handed to the scratch pool.
     char* toScratch() {
         put('\0');
@@ -94,6 +101,24 @@ public:
 private:
     static const size_t kKept = 1 << 22;
 
+    // For each byte, what follows the backslash it is written with, or 0 when it is written
+    // as it is: in keys and in values (where a quote also gets one). The zero byte ends a text.
+    struct escapes {
+        uint8_t key[256] = {};
+        uint8_t value[256] = {};
+        escapes() {
+            for (uint8_t* t : {key, value}) {
+                t[0] = 1;  // the end of the text
+                t[static_cast<uint8_t>('\n')] = 'n';
+                t[static_cast<uint8_t>('\t')] = 't';
+                t[static_cast<uint8_t>('\r')] = 'r';
+                t[static_cast<uint8_t>('\\')] = '\\';
+            }
+            value[static_cast<uint8_t>('"')] = '\\';
+        }
+    };
+    static const escapes kEscapes;
+
     void room(size_t n) {
         if (_len + n <= _cap) {
             return;
@@ -109,15 +134,44 @@ private:
         _cap = cap;
     }
 
+    // Writes node: a scalar or null at once, an object or array opened and pushed.
+    void value(jsonObject* node);
+    void member(const char* key, jsonObject* node);
+    static size_t inStep(json* j);
+
+    // An object or array being written, and where it has got to.
+    struct openNode {
+        json* object;    // null for an array
+        listitem* next;  // the next key or element
+        size_t record;   // objects: the record expected for the next key
+        size_t records;  // objects read straight from their records: how many
+        bool first;
+    };
+    std::vector<openNode> _open;
+
     char* _buf;
     size_t _len;
     size_t _cap;
 };
 
+const jsonWriter::escapes jsonWriter::kEscapes;
+
 // ---- getDoc ----
 
-void jsonWriter::scalar(jsonObject* node) {
-    if (node->objType() == jotString) {
+void jsonWriter::value(jsonObject* node) {
+    if (!node) {
+        put("null", 4);
+        return;
+    }
+    joType type = node->objType();
+    if (type == jotObject) {
+        put('{');
+        json* object = static_cast<json*>(node);
+        _open.push_back({object, object->keyTable.itemHead, 0, inStep(object), true});
+    } else if (type == jotArray) {
+        put('[');
+        _open.push_back({nullptr, static_cast<json::array*>(node)->objList.itemHead, 0, 0, true});
+    } else if (type == jotString) {
         put('"');
         escaped(node->p, true);
         put('"');
@@ -126,68 +180,77 @@ void jsonWriter::scalar(jsonObject* node) {
     }
 }
 
-void jsonWriter::members(json* j) {
-    bool separator = false;
-    // Until a lookup sorts them, the records of props follow keyTable (a parsed document's
-    // do), and a record holds the very key text of its item: such a node is taken in step,
-    // and only the others are looked up, without sorting.
-    json::memberMap& props = j->props;
-    size_t next = 0;
-    auto pos = j->keyTable.getHeadPosition();
-    while (pos) {
-        char* key = j->keyTable.getNext(&pos);
-        if (separator) {
+// Objects as {...} in keyTable order, arrays as [...], scalars quoted or bare by kind, and a
+// missing node as null.
+void jsonWriter::document(jsonObject* root) {
+    _open.clear();
+    value(root);
+    while (!_open.empty()) {
+        openNode& o = _open.back();
+        if (o.records) {
+            if (o.record == o.records) {
+                put('}');
+                _open.pop_back();
+                continue;
+            }
+            const json::memberMap::hashData& r = o.object->props._data[o.record++];
+            if (o.record > 1) {
+                put(',');
+            }
+            member(r.key, r.value);  // may move o
+            continue;
+        }
+        listitem* item = o.next;
+        if (!item) {
+            put(o.object ? '}' : ']');
+            _open.pop_back();
+            continue;
+        }
+        o.next = item->next;
+        if (!o.first) {
             put(',');
         }
-        separator = true;
-        put('"');
-        escaped(key, false);
-        put("\":", 2);
+        o.first = false;
+        if (!o.object) {
+            value(static_cast<jsonObject*>(item->pData));  // may move o
+            continue;
+        }
+        // A record that holds the very key text of its item is taken in step; the others
+        // are looked up, without sorting.
+        char* key = static_cast<char*>(item->pData);
+        json::memberMap& props = o.object->props;
         jsonObject* node = nullptr;
-        if (next < props.count && props._data[next].key == key) {
-            node = props._data[next++].value;
+        if (o.record < props.count && props._data[o.record].key == key) {
+            node = props._data[o.record++].value;
         } else if (auto* record = props.find(key)) {
             node = record->value;
         }
-        element(node);
+        member(key, node);  // may move o
     }
 }
 
-// A member value or array element: objects as {...}, arrays as [...] (their elements written
-// the same way), scalars quoted or bare by kind, and a missing node as null.
-void jsonWriter::element(jsonObject* node) {
-    if (!node) {
-        put("null", 4);
-        return;
-    }
-    switch (node->objType()) {
-        case jotObject:
-            put('{');
-            members(static_cast<json*>(node));
-            put('}');
-            break;
-        case jotArray: {
-            put('[');
-            auto* arr = static_cast<json::array*>(node);
-            auto pos = arr->objList.getHeadPosition();
-            for (bool first = true; pos; first = false) {
-                if (!first) {
-                    put(',');
-                }
-                element(arr->objList.getNext(&pos));
-            }
-            put(']');
-            break;
-        }
-        default:
-            scalar(node);
-    }
+void jsonWriter::member(const char* key, jsonObject* node) {
+    put('"');
+    escaped(key, false);
+    put("\":", 2);
+    value(node);
+}
+
+// How many records to write straight from the map, without walking keyTable: all of them
+// when they are still as the parser laid them out, in keyTable order next to its items (no
+// lookup has sorted them and no key has been added or removed), else none.
+size_t jsonWriter::inStep(json* j) {
+    size_t n = j->_borrowedItems;
+    auto* laidOut = reinterpret_cast<json::memberMap::hashData*>(j->_firstItem) - n;
+    bool same = n && j->props.neededSort && j->props.count == n && j->keyTable.count == n &&
+                j->props._data == laidOut;
+    return same ? n : 0;
 }
 
 char* json::getDoc() {
     static thread_local jsonWriter out;
     out.clear();
-    out.element(this);
+    out.document(this);
     return out.copyToScratch();
 }
 

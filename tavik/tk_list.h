@@ -40,12 +40,14 @@ Item* appendItem(Item*& head, Item*& tail, size_t& count, const void* data) {
     return linkTail(head, tail, count, new Item{const_cast<void*>(data), nullptr, nullptr});
 }
 
-// Unlinks and deletes one item; its data is the caller's.
+// Unlinks one item, and deletes it unless keep is set; its data is the caller's.
 template <typename Item>
-void unlinkItem(Item*& head, Item*& tail, size_t& count, Item* it) {
+void unlinkItem(Item*& head, Item*& tail, size_t& count, Item* it, bool keep = false) {
     (it->prev ? it->prev->next : head) = it->next;
     (it->next ? it->next->prev : tail) = it->prev;
-    delete it;
+    if (!keep) {
+        delete it;
+    }
     --count;
 }
 
@@ -105,13 +107,21 @@ public:
 
     // Unlinks the first item holding data; the data itself is not freed.
     bool removeData(T data) {
+        listitem* it = unlinkData(data);
+        bool found = it != nullptr;
+        delete it;
+        return found;
+    }
+
+    // Unlinks and returns the first item holding data, freeing neither; null if none.
+    listitem* unlinkData(T data) {
         for (listitem* it = itemHead; it != nullptr; it = it->next) {
             if (it->pData == static_cast<const void*>(data)) {
-                detail::unlinkItem(itemHead, itemTail, count, it);
-                return true;
+                detail::unlinkItem(itemHead, itemTail, count, it, true);
+                return it;
             }
         }
-        return false;
+        return nullptr;
     }
 
     void removeAll() {

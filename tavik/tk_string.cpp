@@ -2,12 +2,14 @@
 #include "tavik/tk_string.h"
 
 #include <ctype.h>
+#include <limits.h>
 #include <regex.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <strings.h>
 
+#include <algorithm>
 #include <vector>
 
 #include "tavik/tk_common.h"
@@ -135,7 +137,7 @@ string::string(const char* s) : buffer(s ? heapCopy(s, strlen(s)) : nullptr) {}
 
 string::string(const char* s, unsigned int n) : buffer(nullptr) {
     if (s != nullptr || n == 0) {
-        buffer = heapCopy(s, n);
+        _hold(heapCopy(s, n), n);
     }
 }
 
@@ -148,16 +150,20 @@ string::~string() {
     _release();
 }
 
-void string::_release() {
+void string::_hold(char* text, size_t n) {
     delete[] buffer;
-    buffer = nullptr;
+    buffer = text;
+    _held = text;
+    _heldLength = n;
+}
+
+void string::_release() {
+    _hold(nullptr, 0);
 }
 
 void string::_assign(const char* s, size_t n) {
     // Copy first: s may point into the text being replaced.
-    char* copy = heapCopy(s, n);
-    delete[] buffer;
-    buffer = copy;
+    _hold(heapCopy(s, n), n);
 }
 
 void string::set(const char* s, unsigned int n) {
@@ -189,8 +195,7 @@ void string::_append(const char* s, size_t n) {
     }
     memcpy(joined + oldLength, s, n);
     joined[oldLength + n] = 0;
-    delete[] buffer;
-    buffer = joined;
+    _hold(joined, oldLength + n);
 }
 
 string& string::operator+=(const char* s) {
@@ -231,8 +236,7 @@ int string::format(const char* fmt, ...) {
         text = heapCopy("-ERR-", 5);
     }
     va_end(args);
-    delete[] buffer;
-    buffer = text;
+    _hold(text, strlen(text));
     return static_cast<int>(strlen(buffer));
 }
 
@@ -243,11 +247,14 @@ unsigned int string::getLength() const {
 }
 
 char string::charAt(int i) const {
-    if (buffer == nullptr || i < 0 ||
-        strnlen(buffer, static_cast<size_t>(i) + 1) <= static_cast<size_t>(i)) {
+    if (buffer == nullptr || i < 0) {
         return 0;
     }
-    return buffer[i];
+    // A text taken with an explicit length may hold NULs: its allocated length bounds the
+    // read. A buffer of unknown size is read no further than its terminator.
+    const size_t at = static_cast<size_t>(i);
+    const bool inside = buffer == _held ? at < _heldLength : strnlen(buffer, at + 1) > at;
+    return inside ? buffer[i] : 0;
 }
 
 char string::operator[](int i) const {
@@ -448,9 +455,10 @@ char* string::mid(int begin, size_t n) const {
 }
 
 char* string::cutTail(int n) const {
-    const long long length = getLength();
-    const long long end = length - n;
-    return substring(0, static_cast<int>(end < 0 ? 0 : (end > length ? length : end)));
+    // length - n in full width, then kept in int's range: substring clamps the rest, and its
+    // special cases apply (n = length + 1 asks for the end -1, the whole text).
+    const long long end = static_cast<long long>(getLength()) - n;
+    return substring(0, static_cast<int>(std::clamp<long long>(end, INT_MIN, INT_MAX)));
 }
 
 char* string::trim() const {

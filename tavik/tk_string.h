@@ -44,7 +44,8 @@ public:
     unsigned int getLength() const;
     unsigned int length() const { return getLength(); }
     bool isEmpty() const { return getLength() == 0; }
-    // The byte at i; 0 outside the text.
+    // The byte at i, also past an embedded NUL of a text set with an explicit length; 0
+    // outside the allocated text (up to the terminator for a buffer assigned from outside).
     char charAt(int i) const;
     virtual char operator[](int i) const;
 
@@ -91,7 +92,8 @@ public:
     char* right(size_t n) const;
     // n = 0 means to the end of the text.
     char* mid(int begin, size_t n) const;
-    // The text without its last n bytes.
+    // substring(0, length - n): the text without its last n bytes, with substring's special
+    // cases (n = length gives the static empty text, n = length + 1 the whole text).
     char* cutTail(int n) const;
     // Only blanks (0x20) are trimmed.
     char* trim() const;
@@ -118,6 +120,12 @@ public:
 private:
     void _release();
     void _append(const char* s, size_t n);
+    // Takes text (n bytes and a terminator, array new) as the buffer, releasing the old one.
+    void _hold(char* text, size_t n);
+
+    // The buffer whose allocated length is known, and that length without the terminator.
+    const char* _held = nullptr;
+    size_t _heldLength = 0;
 };
 
 // A fixed-length array of strings; indices are never checked against length by ref().

@@ -1,10 +1,15 @@
 #!/usr/bin/env bash
 # Sets up, builds and runs every test:
-#   build/       GCC, warnings as errors: unit and end-to-end tests; benchmarks built, not run
+#   build/       GCC, warnings as errors, hardened: unit and end-to-end tests, package checks;
+#                benchmarks built, not run
 #   build-clang/ Clang, warnings as errors, AddressSanitizer + UndefinedBehaviorSanitizer: all tests
 #   build-tsan/  Clang, ThreadSanitizer: all tests
 #   build-fuzz/  Clang libFuzzer targets, each run for HOXEN_FUZZ_SECONDS (default 20)
-# Any failing test, sanitizer report or fuzzer finding fails the run.
+# Each folder is configured afresh with every option given, whatever configured it before (the
+# demo, say), and the run stops if its cache then holds anything else. All builds are
+# RelWithDebInfo; compiler flags come from these options alone (CFLAGS, CXXFLAGS and LDFLAGS
+# of the environment are not used). Any failing test, sanitizer report or fuzzer finding fails
+# the run.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 root=$PWD
@@ -32,31 +37,46 @@ run_ctest() { # dir
   return $rc
 }
 
-configure() { # dir compiler extra-args...
-  local dir=$1 cxx=$2; shift 2
-  local cc=gcc; [ "$cxx" = clang++ ] && cc=clang
-  cmake -S "$root" -B "$dir" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
-    -DCMAKE_C_COMPILER=$cc -DCMAKE_CXX_COMPILER=$cxx "$@" >/dev/null
+unset CFLAGS CXXFLAGS CPPFLAGS LDFLAGS
+configure() { # dir gcc|clang [option=value]...: HOXEN_ options; those not given are off, tests on
+  local dir=$1 name value cached
+  local -A compilers=([gcc]=g++ [clang]=clang++)
+  local -A set=([WERROR]=OFF [HARDEN]=OFF [SANITIZE]= [BUILD_TESTS]=ON [BUILD_BENCH]=OFF
+                [BUILD_FUZZ]=OFF)
+  local options=(CMAKE_BUILD_TYPE=RelWithDebInfo CMAKE_C_COMPILER="$(command -v "$2")"
+                 CMAKE_CXX_COMPILER="$(command -v "${compilers[$2]}")" CMAKE_C_FLAGS= CMAKE_CXX_FLAGS=
+                 CMAKE_EXE_LINKER_FLAGS=)
+  shift 2
+  for name; do set[${name%%=*}]=${name#*=}; done
+  for name in $(printf '%s\n' "${!set[@]}" | sort); do options+=("HOXEN_$name=${set[$name]}"); done
+  echo "   $dir: ${options[*]}"
+  mkdir -p "$dir"
+  cmake --fresh -S "$root" -B "$dir" -G Ninja "${options[@]/#/-D}" >"$dir/configure.log" \
+    || { cat "$dir/configure.log"; return 1; }
+  for name in "${options[@]}"; do
+    value=${name#*=} name=${name%%=*}
+    cached=$(sed -n "s/^$name:[A-Z]*=//p" "$dir/CMakeCache.txt")
+    [ "$cached" = "$value" ] || { echo "run_all: $dir holds $name='$cached', not '$value'" >&2; exit 1; }
+  done
   cmake --build "$dir" -j "$jobs"
 }
 
 status=0
-echo "== GCC build (warnings as errors)"
-configure build g++ -DHOXEN_WERROR=ON
+echo "== GCC build (warnings as errors, hardened)"
+configure build gcc WERROR=ON HARDEN=ON BUILD_BENCH=ON
 run_ctest build || status=1
 
 echo "== Clang build with AddressSanitizer + UndefinedBehaviorSanitizer"
-configure build-clang clang++ -DHOXEN_WERROR=ON -DHOXEN_SANITIZE=address,undefined -DHOXEN_BUILD_BENCH=OFF
+configure build-clang clang WERROR=ON SANITIZE=address,undefined
 run_ctest build-clang || status=1
 
 echo "== Clang build with ThreadSanitizer"
-configure build-tsan clang++ -DHOXEN_SANITIZE=thread -DHOXEN_BUILD_BENCH=OFF
+configure build-tsan clang SANITIZE=thread
 run_ctest build-tsan || status=1
 
 if compgen -G "fuzz/*_fuzz.cpp" >/dev/null; then
   echo "== Fuzz targets, ${fuzz_seconds}s each"
-  configure build-fuzz clang++ -DHOXEN_SANITIZE=address,undefined,fuzzer-no-link \
-    -DHOXEN_BUILD_TESTS=OFF -DHOXEN_BUILD_BENCH=OFF -DHOXEN_BUILD_FUZZ=ON
+  configure build-fuzz clang SANITIZE=address,undefined,fuzzer-no-link BUILD_TESTS=OFF BUILD_FUZZ=ON
   for src in fuzz/*_fuzz.cpp; do
     name=$(basename "$src" .cpp)
     corpus=$(mktemp -d)

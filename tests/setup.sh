@@ -1,15 +1,26 @@
 #!/usr/bin/env bash
-# Installs the Debian packages the build, the tests, the benchmarks and the
-# demo need, when they are missing. Needs root only when something is missing.
+# Installs the Debian packages a job needs, when they are missing. Needs root only when
+# something is missing.
+# usage: setup.sh [demo|package|all]
+#   demo     what tools/demo needs: compiler, CMake, Ninja, libuuid, FUSE, mount and ps
+#   package  what the README's package build needs: compiler, CMake, Ninja, libuuid, dpkg-dev
+#   all      (default) everything the build, every test, the sanitizers, the fuzzers, the
+#            benchmarks and the package checks need
 set -euo pipefail
 
-packages=(
-  g++ clang libclang-rt-14-dev cmake ninja-build pkg-config
-  uuid-dev libgtest-dev libgmock-dev libbenchmark-dev
-  fuse3 libfuse3-dev libssl-dev nlohmann-json3-dev rapidjson-dev
-  util-linux mount procps psmisc
-  dpkg-dev file lintian systemd python3
-)
+base=(g++ cmake ninja-build pkg-config uuid-dev)
+case "${1:-all}" in
+  demo) packages=("${base[@]}" fuse3 libfuse3-dev util-linux mount procps) ;;
+  package) packages=("${base[@]}" dpkg-dev file) ;;
+  all)
+    packages=(
+      "${base[@]}" clang libclang-rt-14-dev libgtest-dev libgmock-dev libbenchmark-dev
+      fuse3 libfuse3-dev libssl-dev nlohmann-json3-dev rapidjson-dev libsimdjson-dev
+      util-linux mount procps psmisc strace
+      dpkg-dev file lintian systemd python3
+    ) ;;
+  *) echo "usage: $0 [demo|package|all]" >&2; exit 2 ;;
+esac
 
 missing=()
 for p in "${packages[@]}"; do

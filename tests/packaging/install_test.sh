@@ -9,8 +9,9 @@ prefix=$work/usr
 consumer=$source_dir/tests/packaging/consumer
 
 cmake --install "$build_dir" --prefix "$prefix" >"$work/install.log"
-files=(lib/libtavik.a lib/cmake/tavik/tavikConfig.cmake lib/cmake/tavik/tavikConfigVersion.cmake
-       lib/pkgconfig/tavik.pc share/doc/libtavik-dev/copyright)
+lib=lib/$(dpkg-architecture -qDEB_HOST_MULTIARCH)
+files=($lib/libtavik.a $lib/cmake/tavik/tavikConfig.cmake $lib/cmake/tavik/tavikConfigVersion.cmake
+       $lib/pkgconfig/tavik.pc share/doc/libtavik-dev/copyright)
 if [ "$parts" = daemon ]; then
   files+=(sbin/hoxen bin/hoxen-pushserver etc/default/hoxen share/man/man8/hoxen.8.gz)
   unit=$prefix/lib/systemd/system/hoxen.service
@@ -20,7 +21,7 @@ fi
 for f in "${files[@]}"; do
   [ -f "$prefix/$f" ] || fail "$f not installed"
 done
-if grep -rqs -e "$source_dir" -e "$build_dir" -e "libuuid.so" "$prefix/lib/cmake" "$prefix/lib/pkgconfig"; then
+if grep -rqs -e "$source_dir" -e "$build_dir" -e "libuuid.so" "$prefix/$lib/cmake" "$prefix/$lib/pkgconfig"; then
   fail "installed package files name build paths: $(grep -rl -e "$build_dir" "$prefix/lib" || true)"
 fi
 
@@ -32,7 +33,7 @@ cmake --build "$work/consumer-cmake" >>"$work/consumer-cmake.log" \
 "$work/consumer-cmake/consumer" || fail "consumer built through the CMake package"
 
 echo "== pkg-config --cflags --libs tavik"
-flags=$(PKG_CONFIG_PATH=$prefix/lib/pkgconfig pkg-config --cflags --libs tavik)
+flags=$(PKG_CONFIG_PATH=$prefix/$lib/pkgconfig pkg-config --cflags --libs tavik)
 echo "flags: $flags"
 # shellcheck disable=SC2086  # the flags are words
 c++ -std=c++17 -o "$work/consumer-pkgconfig" "$consumer/main.cpp" $flags \

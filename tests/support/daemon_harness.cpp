@@ -125,7 +125,7 @@ double now() {
         .count();
 }
 
-Child::Child(const std::vector<std::string>& argv) {
+Child::Child(const std::vector<std::string>& argv, int closedFd) {
     std::vector<char*> args;
     for (const std::string& arg : argv) args.push_back(const_cast<char*>(arg.c_str()));
     args.push_back(nullptr);
@@ -134,7 +134,10 @@ Child::Child(const std::vector<std::string>& argv) {
         return;
     _pid = fork();
     if (_pid == 0) {
-        dup2(fds[1], STDOUT_FILENO);
+        if (closedFd != STDOUT_FILENO)
+            dup2(fds[1], STDOUT_FILENO);
+        if (closedFd >= 0)
+            close(closedFd);
         execv(args[0], args.data());
         _exit(127);
     }
@@ -193,7 +196,8 @@ void start_scenario(bool logging, int checkerSeconds) {
         write_file("/tmp/logging.dat", "");
 }
 
-ConnectedDaemon::ConnectedDaemon(const std::string& mountDir, std::vector<std::string> args)
+ConnectedDaemon::ConnectedDaemon(const std::string& mountDir, std::vector<std::string> args,
+                                 int closedFd)
     : mountDir(mountDir) {
     std::filesystem::create_directories(mountDir);
     fuse = std::make_unique<Child>(
@@ -202,7 +206,7 @@ ConnectedDaemon::ConnectedDaemon(const std::string& mountDir, std::vector<std::s
     EXPECT_TRUE(wait_until([&] { return is_mount_point(mountDir); }, 10)) << mountDir;
     EXPECT_TRUE(server.listen());
     args.insert(args.begin(), {kHoxen, "127.0.0.1", std::to_string(server.port())});
-    daemon = std::make_unique<Child>(args);
+    daemon = std::make_unique<Child>(args, closedFd);
     EXPECT_TRUE(server.waitForHandshake(0, std::chrono::seconds(10), &hello)) << daemon->output();
 }
 

@@ -1,111 +1,124 @@
-// The lenient JSON text parser.
+// The lenient JSON text parser, its steps, the writer and the listing, against the plain
+// step-by-step parser of json_reference.h on random texts. JSON_CHECK_TEXTS sets how many
+// texts (20000 by default), JSON_CHECK_SEED the seed of the first (1).
 #include <gtest/gtest.h>
+#include <pthread.h>
+#include <stdlib.h>
+#include <string.h>
 
-#include <memory>
 #include <string>
 
-#include "tavik/tk_common.h"
-#include "tavik/tk_json.h"
+#include "tests/tavik/json_reference.h"
 
 using tavik::json;
 
-TEST(JsonParser, MembersKeepKindOrderAndNestingAndArraysDropScalars) {
-    json j(
-        "{\"b\":1, \"a\":\"x\", \"n\":null, \"m\":\"null\", \"o\":{\"k\":{\"d\":4}}, "
-        "\"l\":[1, \"two\", {\"x\":1}, null, []], \"e\":{}}");
-    EXPECT_STREQ(
-        "{\"b\":1,\"a\":\"x\",\"n\":null,\"m\":\"null\",\"o\":{\"k\":{\"d\":4}},"
-        "\"l\":[{\"x\":1},[]],\"e\":{}}",
-        j.getDoc());
-    // A bare null is a key without node; a quoted one is text.
-    EXPECT_TRUE(j.props.exist(const_cast<char*>("n")));
-    EXPECT_STREQ("d", j.get("n", "d"));
+namespace {
+
+// The text given as bytes, then edited by hand (a member replaced, one removed, an array of
+// scalars added), written, and printed at a detail level.
+std::string editedAndPrinted(const std::string& text, int detail) {
+    tavik::byteArr bytes(new unsigned char[text.size()], text.size());
+    memcpy(bytes.buffer, text.data(), text.size());
+    json j;
+    j.generate(&bytes);
+    ref::parsed want = ref::generate(text);
+    if (!(ref::toNode(&j) == want.doc)) return "document from bytes";
+    if (j.getKeyCount() > 0) {
+        j.add(j.getKey(0), "replaced");
+        if (ref::getDoc(ref::toNode(&j)) != j.getDoc()) return "getDoc after a replacement";
+    }
+    if (j.getKeyCount() > 1) {
+        j.remove(j.getKey(1));
+        auto* list = new json::array();
+        list->add(new tavik::jsonObject("s\"", false));
+        list->add(new tavik::jsonObject());
+        list->add(nullptr);
+        j.add("added", list);
+    }
+    ref::node edited = ref::toNode(&j);
+    if (ref::getDoc(edited) != j.getDoc()) return "getDoc after edits";
+    json::setDisplayAllDetail(detail);
+    testing::internal::CaptureStdout();
+    j.displayAll("p");
+    json::setDisplayAllDetail(0);
+    std::string printed = testing::internal::GetCapturedStdout();
+    return printed == ref::display(edited, want.wrong, "p", detail) ? "" : "displayAll";
 }
 
-TEST(JsonParser, RejectsTextThatDoesNotOpenWithABrace) {
-    json j("   {\"a\":1}  ");
-    EXPECT_EQ(1, j.getInt("a", 0));
-    for (const char* wrong : {" [{\"a\":1}]", "a{}", "\t{}"}) {  // only blanks are trimmed
-        EXPECT_FALSE(j.generate(wrong));
-        EXPECT_STREQ(wrong, j.latestWrongPacket.get());
-        EXPECT_TRUE(j.isEmpty());
+}  // namespace
+
+TEST(JsonParser, BuildsWritesAndListsWhatTheStepByStepParserDoes) {
+    const char* count = getenv("JSON_CHECK_TEXTS");
+    const char* seed = getenv("JSON_CHECK_SEED");
+    unsigned long texts = count ? strtoul(count, nullptr, 10) : 20000;
+    ref::textGenerator random(seed ? static_cast<uint32_t>(strtoul(seed, nullptr, 10)) : 1);
+    for (unsigned long i = 0; i < texts; i++) {
+        std::string text = random.next();
+        std::string difference = ref::check(text);
+        if (difference.empty() && i % 4 == 0) {
+            // The steps on the text as it is, or as the parser cuts it once cleaned.
+            difference = ref::checkSteps(i % 8 ? text : ref::removeGabage(text));
+        }
+        if (difference.empty() && i % 16 == 1) {
+            difference = editedAndPrinted(text, static_cast<int>(i / 16 % 4));
+        }
+        ASSERT_EQ("", difference) << "text " << i << ": " << testing::PrintToString(text);
     }
-    EXPECT_FALSE(j.generate(""));
-    EXPECT_TRUE(j.latestWrongPacket.isEmpty());
+}
+
+TEST(JsonParser, NullTextsAreRejectedAndParsedScalarsActAsAnyNode) {
+    json j;
     EXPECT_FALSE(j.generate(static_cast<const char*>(nullptr)) ||
                  j.generate(static_cast<tavik::byteArr*>(nullptr)));
-}
-
-TEST(JsonParser, EscapesDecodeWithoutReadingPastTheText) {
-    json j("{\"q\":\"say \\\"hi\\\",\\tyes\"}");
-    EXPECT_STREQ("say \"hi\",\tyes", j.get("q", nullptr));
-    const char* cases[][2] = {
-        {"\\x41 b", "A b"},  {"\\u0041\\u4142", "ABA"},  // low byte first
-        {"a\\u4100b", "ab"}, {"\\\\ \\/ \\n\\z", "\\ / \nz"}, {"a\\", "a"}, {"a\\u", "a"},
-        {"a\\u4", "a\x04"},  {"a\\u414", "a\x14\x04"},        {"\\x", ""},  {"\\x4", "\x04"}};
-    for (auto& c : cases) {
-        std::unique_ptr<char[]> in(tavik::newString(c[0]));  // exact size, for AddressSanitizer
-        std::unique_ptr<char[]> out(j.applyEscape(in.get()));
-        EXPECT_STREQ(c[1], out.get()) << c[0];
-    }
-}
-
-TEST(JsonParser, LenientTextMergesIntoOneObject) {
-    // A repeated key replaces the node at its first position.
-    EXPECT_STREQ("{\"a\":{\"c\":3},\"b\":2}", json("{\"a\":1,\"b\":2,\"a\":{\"c\":3}}").getDoc());
-    // Commas and line breaks inside strings survive; outside they only separate.
-    json lines("{\r\n\t\"a\" : \"x, y\r\n\tz\",\n\t\"b\":\"1,2\"\r\n}");
-    EXPECT_STREQ("x, y\r\n\tz", lines.get("a", nullptr));
-    EXPECT_STREQ("1,2", lines.get("b", nullptr));
-    // Objects in a row and trailing words add members; a key without value is dropped.
-    json row("{\"a\":1}{\"b\":2} \"c\" \"3\" \"dangling\"");
-    EXPECT_STREQ("{\"a\":1,\"b\":2,\"c\":\"3\"}", row.getDoc());
-    // An unterminated brace runs to the end as one word: here the value of k.
-    json open("{\"a\":1} \"k\" {\"b\":2");
-    EXPECT_EQ(2u, open.getKeyCount());
-    EXPECT_STREQ("{\"b\":2", open.get("k", nullptr));
-    // Arrays take the current key without one of their own, so an object can hold more
-    // members than key and value pairs.
-    EXPECT_STREQ("{\"\":[],\"a\":[],\"b\":[[]],\"c\":1}",
-                 json("{[] \"a\" [] \"b\" [[]] \"c\":1}").getDoc());
-
-    // Many members, with repeats spread over them: the last value wins at the first position.
-    // The member map is sorted on the way, so the writer finds most members out of step.
-    std::string text = "{", doc = "{";
-    for (int i = 0; i < 300; i++) {
-        text += "\"k" + std::to_string(i % 200) + "\":" + std::to_string(i) + ",";
-        if (i < 200) {
-            doc += (i ? ",\"k" : "\"k") + std::to_string(i) +
-                   "\":" + std::to_string(i < 100 ? i + 200 : i);
-        }
-    }
-    json many((text + "}").c_str());
-    EXPECT_EQ(doc + "}", many.getDoc());
-
-    // A parsed scalar behaves as any node: its text may be replaced, and it may be replaced.
+    // A parsed scalar's text may be replaced, and the scalar itself.
+    json many("{\"k7\":1,\"k8\":2}");
     many.props.get(const_cast<char*>("k7"))->p = tavik::newString("-7");
     EXPECT_EQ(-7, many.getInt("k7", 0));
     many.add("k8", "eight");
     EXPECT_STREQ("eight", many.get("k8", nullptr));
 }
 
-TEST(JsonParser, GroupsNestedBeyondTheDepthLimitAreDropped) {
-    for (int levels : {json::kMaxDepth - 1, json::kMaxDepth + 40}) {
+// On a thread with a small stack, so that whatever recursed once per level would overflow it.
+void onSmallStack(void (*check)()) {
+    pthread_attr_t attr;
+    pthread_attr_init(&attr);
+    pthread_attr_setstacksize(&attr, 512 << 10);
+    pthread_t thread;
+    ASSERT_EQ(0, pthread_create(&thread, &attr, [](void* f) -> void* {
+        reinterpret_cast<void (*)()>(f)();
+        return nullptr;
+    }, reinterpret_cast<void*>(check)));
+    pthread_join(thread, nullptr);
+    pthread_attr_destroy(&attr);
+}
+
+TEST(JsonParser, DeepDocumentsAreReadToTheDepthLimitWrittenListedAndFreedOnASmallStack) {
+    onSmallStack([] {
+        // Objects kMaxDepth levels deep are all read; one level more is dropped.
+        for (int levels : {json::kMaxDepth, json::kMaxDepth + 1}) {
+            std::string text = "{";
+            for (int i = 1; i < levels; i++) text += "\"k\":{";
+            text += "\"v\":1" + std::string(levels, '}');
+            json j(text.c_str());
+            json* last = &j;
+            int steps = 0;
+            for (json* next; (next = last->getSubset("k")); last = next) steps++;
+            EXPECT_EQ(json::kMaxDepth - 1, steps);
+            EXPECT_EQ(levels == json::kMaxDepth, last->getInt("v", 0) == 1);
+            EXPECT_EQ(levels == json::kMaxDepth, text == j.getDoc());
+        }
+        // Arrays and objects taking turns, 9,999 levels.
         std::string text = "{";
-        for (int i = 0; i < levels; i++) text += "\"k\":{";
-        json j((text + std::string(levels + 1, '}')).c_str());
-        int depth = 0;
-        for (json* cur = j.getSubset("k"); cur; cur = cur->getSubset("k")) depth++;
-        EXPECT_EQ(json::kMaxDepth - 1, depth) << levels;
-    }
-    std::string arrays = "{\"a\":" + std::string(5000, '[') + std::string(5000, ']') + "}";
-    json deep(arrays.c_str());
-    EXPECT_EQ(1u, deep.getArraySize("a"));
+        for (int i = 0; i < 4999; i++) text += "\"k\":[{";
+        for (int i = 0; i < 4999; i++) text += "}]";
+        json* j = new json((text + "}").c_str());
+        EXPECT_TRUE(text + "}" == j->getDoc());
+        EXPECT_STREQ("\tk:array\r\n\t\t[0]\r\n\t\t\tk:array\r\n\t\t\t\t[0]\r\n", j->getDisplay());
+        delete j;
+    });
 }
 
 TEST(JsonParser, DocumentsLargerThanTheKeptScratchParseAndLeaveItUsable) {
-    // Past the scratch a thread keeps between parses, the scratch is given back after the
-    // call; the document and later parses must not depend on it.
     std::string text = "{\"list\":[";
     for (int i = 0; text.size() < (5u << 20); i++) {
         text += (i ? ",{\"n\":" : "{\"n\":") + std::to_string(i) + ",\"s\":\"" +

@@ -1,4 +1,5 @@
-// Writing a JSON document back to text and its debug listing.
+// Writing a JSON document built by hand back to text, and its debug listing. Parsed documents
+// are written and listed in json_parser_test.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -8,10 +9,6 @@
 using tavik::json;
 
 namespace {
-
-const char kDoc[] =
-    "{\"s\":\"x\",\"n\":1,\"o\":{\"a\":\"1\",\"b\":{\"c\":\"2\"},\"l\":[{}]},"
-    "\"l\":[{\"y\":\"z\",\"q\":[{}]},{}],\"z\":null}";
 
 std::string printed(json& j, const char* prompt, int detail) {
     json::setDisplayAllDetail(detail);
@@ -54,27 +51,10 @@ TEST(JsonWriter, WritesMembersInOrderEscapesAfterQuotingAndMissingNodesAsNull) {
         j.getDisplay());
 }
 
-TEST(JsonWriter, DumpListsOneNestedLevelAsTheDetailLevelAllows) {
-    json j(kDoc);
-    const std::string top = "\ts:x\r\n\to:object\r\n",
-                      objectContents = "\t\ta:1\r\n\t\tb:object\r\n\t\tl:array\r\n\t\t\t[0]\r\n",
-                      arrayLine = "\tl:array\r\n",
-                      arrayContents =
-                          "\t\t[0]\r\n\t\t\ty:z\r\n\t\t\tq:array\r\n\t\t\t\t[0]\r\n\t\t[1]\r\n",
-                      nullLine = "\tz:null\r\n";
-    const std::string full = top + objectContents + arrayLine + arrayContents + nullLine;
-    EXPECT_EQ(full, j.getDisplay());
-    EXPECT_EQ("", printed(j, "p", 0));
-    EXPECT_EQ("JSON: p\r\n", printed(j, "p", 1));
-    EXPECT_EQ("JSON: p\r\n" + top + arrayLine + nullLine, printed(j, "p", 2));
-    EXPECT_EQ("JSON: p\r\n" + full, printed(j, "p", 3));
-
-    // displayAll uses the dump as a format: "%%" folds to "%", any other "%" stays.
+TEST(JsonWriter, PrintedListingFoldsDoublePercentsAndARejectedTextIsListedOnce) {
     json rate;
     rate.add("rate", "100%% of %s %d %");
     EXPECT_EQ("JSON: %%p\r\n\trate:100% of %s %d %\r\n", printed(rate, "%%%p", 2));
-
-    // A rejected text is listed once.
     EXPECT_FALSE(rate.generate("not json"));
     EXPECT_STREQ("not json\r\n", rate.getDisplay());
     EXPECT_STREQ("", rate.getDisplay());

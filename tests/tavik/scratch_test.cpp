@@ -52,6 +52,7 @@ TEST(ScratchPoolTest, NewAndMakeFunctionsHonourTheirNullRules) {
     EXPECT_EQ(nullptr, tavik::newString("abc", -1, 3));
     EXPECT_EQ(nullptr, tavik::newFormatString(nullptr));
     EXPECT_STREQ("bc", tavik::makeString("abcd", 1, 2));
+    EXPECT_STREQ("ab", tavik::makeString("abcd", 0, 2));
     EXPECT_STREQ("x=42", tavik::makeFormatString("%s=%d", "x", 42));
 }
 
@@ -69,6 +70,7 @@ TEST(SmartPtrTest, DeletesOnReassignAndDestructionUnlessFrozen) {
         p = new Tracked(&deaths);
         EXPECT_EQ(1, deaths);
         EXPECT_EQ(kept, frozen.freeze());
+        frozen = nullptr;  // a frozen pointer lets go without deleting
     }
     EXPECT_EQ(2, deaths);
     delete kept;

@@ -1,8 +1,12 @@
 #include <gtest/gtest.h>
 
+#include <limits.h>
 #include <stdlib.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <chrono>
+#include <random>
 #include <string>
 
 #include "tavik/tk_common.h"
@@ -10,36 +14,91 @@
 
 namespace {
 
+// Digits as defined: from the last character (position 0) to the first, each digit times
+// base^position added to a sum that wraps; a bad digit rejects the text or counts as -1.
+unsigned long long referenceDigits(const std::string& s, int base, bool badAsMinusOne) {
+    const std::string digits = std::string("0123456789abcdef").substr(0, base);
+    unsigned long long sum = 0, power = 1;
+    for (size_t i = s.size(); i-- > 0; power *= base) {
+        const size_t d = digits.find(static_cast<char>(tolower(s[i])));
+        if (d == std::string::npos && !badAsMinusOne)
+            return 0;
+        sum += (d == std::string::npos ? ~0ULL : d) * power;
+    }
+    return sum;
+}
+
 TEST(UtilitiesTest, TextFiltersTouchOnlyTheirCharacters) {
+    EXPECT_STREQ("a b", tavik::trim("  a b  "));
     EXPECT_STREQ("", tavik::trim("   "));
-    EXPECT_STREQ("a b \t", tavik::ltrim("  a b \t"));  // blanks only, and one side each
-    EXPECT_STREQ("\t a b", tavik::rtrim("\t a b  "));
-    EXPECT_STREQ("ab", tavik::killToken("a\nb\n", '\n'));
-    EXPECT_STREQ("100%%", tavik::safeVF("100%"));
-    char text[] = "MiXeD\xe9";
-    EXPECT_STREQ("MIXED\xe9", tavik::strupr(text));
+    EXPECT_STREQ("\ta", tavik::trim(" \ta "));  // blanks only, and one side each
+    EXPECT_STREQ("\ta ", tavik::ltrim(" \ta "));
+    EXPECT_STREQ("\t a b \t", tavik::rtrim("\t a b \t "));
+    EXPECT_STREQ("ab c", tavik::killToken("a\nb c\n", '\n'));
+    EXPECT_STREQ("%%d 100%%", tavik::safeVF("%d 100%"));
+    EXPECT_STREQ("a/b/c", tavik::replaceWith("a.b.c", '.', '/'));
 }
 
 TEST(UtilitiesTest, NumberHelpersParseDigitsAndSplitLongLongs) {
-    const std::pair<const char*, unsigned> hex[] = {
-        {"ff", 255}, {"FF", 255}, {"1g", 0}, {"g1", 0}, {"", 0}, {"123456789", 0x23456789}};
-    for (const auto& [in, out] : hex) EXPECT_EQ(out, tavik::xtoi(in)) << in;
-    EXPECT_EQ(15u, tavik::otoi("17"));
-    EXPECT_EQ(0u, tavik::otoi("18"));
-    EXPECT_EQ(511, tavik::otoll("777"));
-    EXPECT_EQ(0, tavik::otoll("79"));
-    EXPECT_EQ(0x1f - 256, tavik::xtoll("g1f"));  // 'g' counts as -1 at 16^2
-    EXPECT_EQ(-1, tavik::xtoll("z"));
-    long long v = 5LL * (1LL << 32) + 7;
-    EXPECT_EQ(5, tavik::getHighLong(v));
-    EXPECT_EQ(v, tavik::getLongLong(7, 5));
-    EXPECT_EQ(7, tavik::getLongLong(7, 1L << 32));  // only the low 32 bits of high count
+    EXPECT_EQ(0x23456789u, tavik::xtoi("123456789"));  // wraps at 32 bits
+    EXPECT_EQ(0x1f - 256, tavik::xtoll("g1f"));        // 'g' counts as -1 at 16^2
+    std::mt19937 random(5);
+    const char* alphabets[] = {"01234567", "0123456789abcdefABCDEF", "07aFgG8"};
+    for (int i = 0; i < 3000; ++i) {
+        const std::string alphabet = alphabets[i % 3];
+        std::string s;
+        for (unsigned n = random() % 24; n > 0; --n) s += alphabet[random() % alphabet.size()];
+        const char* p = s.c_str();
+        ASSERT_EQ(static_cast<unsigned>(referenceDigits(s, 16, false)), tavik::xtoi(p)) << s;
+        ASSERT_EQ(static_cast<long long>(referenceDigits(s, 16, true)), tavik::xtoll(p)) << s;
+        ASSERT_EQ(static_cast<unsigned>(referenceDigits(s, 8, false)), tavik::otoi(p)) << s;
+        ASSERT_EQ(static_cast<long long>(referenceDigits(s, 8, false)), tavik::otoll(p)) << s;
+    }
+
+    // The high half's low 32 bits, shifted, OR-ed with the low half as given.
+    EXPECT_EQ(5LL << 32 | 7, tavik::getLongLong(7, 1L << 32 | 5));
+    EXPECT_EQ(-1, tavik::getLongLong(-1, 0));
+    EXPECT_EQ(static_cast<long long>(0xffffffff00000000ULL), tavik::getLongLong(0, -1));
+    EXPECT_EQ(5, tavik::getHighLong(5LL << 32 | 7));
+    EXPECT_EQ(0xffffffffL, tavik::getHighLong(-1));
+    EXPECT_EQ(0x80000000L, tavik::getHighLong(LLONG_MIN));
+    EXPECT_EQ(5LL << 32 | 7, tavik::getLowLong(5LL << 32 | 7));  // a long keeps all 64 bits
 }
 
-TEST(UtilitiesTest, UniqueNamesCountUp) {
-    std::string a = tavik::makeUniqueName("job"), b = tavik::makeUniqueName("job");
-    ASSERT_EQ(0u, a.rfind("job", 0));
-    EXPECT_EQ(atoll(a.c_str() + 3) + 1, atoll(b.c_str() + 3));
+TEST(UtilitiesTest, UniqueNamesStartFromTheClockAndCountUp) {
+    using namespace std::chrono;
+    auto now = [] {
+        return duration_cast<milliseconds>(system_clock::now().time_since_epoch()).count();
+    };
+    const long long before = now();
+    const std::string a = tavik::makeUniqueName("job"), b = tavik::makeUniqueName("job");
+    // The process's first name is the time in milliseconds times 1000.
+    const long long n = atoll(a.c_str() + 3);
+    EXPECT_TRUE(n % 1000 == 0 && n / 1000 >= before && n / 1000 <= now()) << n;
+    EXPECT_EQ("job" + std::to_string(n + 1), b);
+
+    const std::string id = tavik::uuid::randomUUID();
+    EXPECT_EQ(32u, id.size());
+    EXPECT_EQ(std::string::npos, id.find_first_not_of("0123456789abcdef")) << id;
+    EXPECT_EQ('4', id[12]) << id;  // a random (version 4) UUID
+    int doubled = 0;
+    for (int i = 0; i < 32; i += 2) doubled += id[i] == id[i + 1];
+    EXPECT_LT(doubled, 16) << id;
+}
+
+TEST(UtilitiesTest, MkdirUsesItsFixedModeAndPathsUseSlashes) {
+    const std::string dir = HOXEN_BINARY_DIR "/uni_mkdir_probe";
+    rmdir(dir.c_str());
+    const mode_t mask = umask(0);
+    EXPECT_EQ(0, tavik::uni_mkdir(dir.c_str()));
+    EXPECT_EQ(-1, tavik::uni_mkdir(dir.c_str()));
+    umask(mask);
+    struct stat made = {};
+    EXPECT_EQ(0, stat(dir.c_str(), &made));
+    EXPECT_EQ(040077u, made.st_mode);
+    rmdir(dir.c_str());
+    EXPECT_EQ('/', tavik::pathtoken());
+    EXPECT_STREQ("/", tavik::str_pathtoken());
 }
 
 TEST(UtilitiesTest, SleepsTheWholeTimeOnBothSidesOfTheSecondSplit) {
