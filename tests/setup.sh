@@ -5,7 +5,7 @@ set -euo pipefail
 
 packages=(
   g++ clang libclang-rt-14-dev cmake ninja-build pkg-config
-  uuid-dev libgtest-dev libgmock-dev libbenchmark-dev
+  uuid-dev libsystemd-dev libgtest-dev libgmock-dev libbenchmark-dev
   fuse3 libfuse3-dev libssl-dev nlohmann-json3-dev rapidjson-dev
   util-linux mount procps psmisc strace
   dpkg-dev file lintian systemd python3
