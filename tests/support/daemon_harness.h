@@ -55,15 +55,19 @@ private:
 extern const char kHoxen[];          // the daemon binary of this build
 extern const char kCheckerRecord[];  // the fake integrity checker's calls, one a line
 // Starts a daemon scenario afresh: an empty log folder, no checker record, the fake checker
-// installed, and the log switch file present or not.
+// installed, the log switch file present or not, and no NOTIFY_SOCKET for the daemons.
 void start_scenario(bool logging);
 
 // The daemon started with `args` against its own push server on 127.0.0.1, with a quillo
 // FUSE mount (fsname and type quillo) at `mountDir`; construction waits for the handshake
-// (recorded in `hello`). Destruction ends the daemon, then the mount.
+// (recorded in `hello`). Destruction ends the daemon, then the mount. `launcher` goes in front
+// of the daemon's command line (strace, say). With `serverDown` the server keeps its port but
+// listens only once the test calls server.listen(port), and no handshake is awaited.
 struct ConnectedDaemon {
     explicit ConnectedDaemon(const std::string& mountDir,
-                             std::vector<std::string> args = {"BOX", "10"}, int closedFd = -1);
+                             std::vector<std::string> args = {"BOX", "10"}, int closedFd = -1,
+                             const std::vector<std::string>& launcher = {},
+                             bool serverDown = false);
     ~ConnectedDaemon();
     void unmount();  // removes the mount and waits for its FUSE helper to end
 
