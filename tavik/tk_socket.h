@@ -178,7 +178,6 @@ public:
         }
         _readPos = 0;
         _readEnd = static_cast<size_t>(got);
-        _readAheadBytes = _readEnd;
         return _handOut(buf, len);
     }
 

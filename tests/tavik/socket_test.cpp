@@ -77,11 +77,14 @@ TEST_F(SocketTest, SendLengthsRecvLimitsAndReadAhead) {
     EXPECT_EQ("0004", take(4, 1));
     EXPECT_EQ(0, s.recv(buf, 0, 1, 0));  // readable at once, so no wait and no -5
     EXPECT_EQ(-1, ::recv(s._sock.load(), buf, 1, MSG_PEEK | MSG_DONTWAIT));
-    EXPECT_GT(s.waitForRead(0, 0), 0);
+    start = Clock::now();
+    EXPECT_GT(s.waitForRead(5, 0), 0);
+    EXPECT_LT(secondsSince(start), 0.5);
     EXPECT_EQ("abc", take(3));
+    EXPECT_EQ("def", take(8));
+    EXPECT_EQ(0, s.waitForRead(0, 0));
     close(peer);
     peer = -1;
-    EXPECT_EQ("def", take(8));
     EXPECT_EQ("<0>", take(8, 1));
     // Sending to the closed peer fails once its reset is back; a raised SIGPIPE would end this
     // program here.
@@ -93,18 +96,24 @@ TEST_F(SocketTest, SendLengthsRecvLimitsAndReadAhead) {
     EXPECT_EQ(2, failures);
 }
 
-TEST_F(SocketTest, HostsResolveAndTimedConnectsReportRefusedAndPendingAttempts) {
+TEST_F(SocketTest, HostsResolveConnectsLeakNoDescriptorAndPendingTimedConnectsCountAsMade) {
+    LoopbackPort refused(false);
+    ASSERT_EQ(6, ::send(peer, "abcdef", 6, 0));
+    EXPECT_EQ("ab", take(2, 1));
+    s.disconnect();
+    int before = openDescriptors();
+    EXPECT_EQ("<-1>", take(2));
+    EXPECT_EQ(tavik::sErrDisconnected, s.send("x", 0));
+    EXPECT_EQ(0, s.waitForRead(0, 0));
+    EXPECT_EQ(0, s.connect("127.0.0.1", refused.port));
     // A name is looked up; a text starting with a digit is an address as it stands (this one
     // is none, and is never looked up); null is 127.0.0.1.
-    LoopbackPort refused(false);
     const struct {
         const char* host;
         unsigned int port;
         int result;
-    } cases[] = {{nullptr, server.port, 1},
-                 {"localhost", server.port, 1},
-                 {"127.0.0.1", server.port, 1},
-                 {"127.0.0.1x", server.port, 0},
+    } cases[] = {{nullptr, server.port, 1},     {"localhost", server.port, 1},
+                 {"127.0.0.1", server.port, 1}, {"127.0.0.1x", server.port, 0},
                  {"127.0.0.1", refused.port, 0}};
     for (auto& c : cases) {
         for (bool timed : {false, true}) {
@@ -119,6 +128,17 @@ TEST_F(SocketTest, HostsResolveAndTimedConnectsReportRefusedAndPendingAttempts) 
             }
         }
     }
+    // A new connection starts with nothing buffered; connecting it again closes it and fails.
+    ASSERT_EQ(1, s.connect(nullptr, server.port));
+    int other = server.accept();
+    EXPECT_EQ(0, s.waitForRead(0, 0));
+    EXPECT_EQ("<-5>", take(2));
+    EXPECT_EQ(0, s.connect(nullptr, server.port));
+    char c;
+    EXPECT_EQ(0, ::recv(other, &c, 1, 0));
+    close(other);
+    EXPECT_EQ(before, openDescriptors());
+
     // A listener with a full queue drops further attempts: one still pending when the limit
     // (in microseconds) passes is reported connected.
     LoopbackPort full(false);
@@ -132,61 +152,26 @@ TEST_F(SocketTest, HostsResolveAndTimedConnectsReportRefusedAndPendingAttempts) 
     EXPECT_TRUE(pending.connected);
 }
 
-TEST_F(SocketTest, DisconnectDropsBufferedBytesAndConnectsLeakNoDescriptor) {
-    LoopbackPort refused(false);
-    ASSERT_EQ(6, ::send(peer, "abcdef", 6, 0));
-    EXPECT_EQ("ab", take(2, 1));
-    s.disconnect();
-    int before = openDescriptors();
-    EXPECT_EQ("<-1>", take(2));
-    EXPECT_EQ(tavik::sErrDisconnected, s.send("x", 0));
-    EXPECT_EQ(0, s.waitForRead(0, 0));
-    for (int i = 0; i < 3; i++) {
-        EXPECT_EQ(0, s.connect("127.0.0.1", refused.port));
-    }
-    {
-        socks failed;
-        EXPECT_EQ(0, failed.connect(nullptr, refused.port));
-    }
-    // A new connection starts with nothing buffered; connecting it again closes it and fails.
-    ASSERT_EQ(1, s.connect(nullptr, server.port));
-    int other = server.accept();
-    EXPECT_EQ(0, s.waitForRead(0, 0));
-    EXPECT_EQ("<-5>", take(2));
-    EXPECT_EQ(0, s.connect(nullptr, server.port));
-    char c;
-    EXPECT_EQ(0, ::recv(other, &c, 1, 0));
-    close(other);
-    EXPECT_EQ(before, openDescriptors());
-}
-
 TEST_F(SocketTest, WaitForReadAnswersBesideAReaderAndDisconnectEndsSendsAndWaits) {
-    std::thread reader([this] { EXPECT_EQ("x", take(1, 5)); });
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    Clock::time_point start = Clock::now();
-    EXPECT_EQ(0, s.waitForRead(0, 0));
-    EXPECT_LT(secondsSince(start), 1.0);
-    ASSERT_EQ(1, ::send(peer, "x", 1, 0));
-    reader.join();
-
-    // A send blocked on a full buffer, a receive and a readability wait all end at disconnect.
-    // Should disconnect wait for the send instead, the peer starts reading after 3 s.
+    // A receive waits up to 5 s, and a send is blocked on a full buffer (the peer reads
+    // nothing until disconnect has returned, or for 3 s).
     std::vector<char> big(64 << 20);
     std::atomic<bool> done(false);
     std::thread sender([&] { EXPECT_LT(s.send(big.data(), big.size()), ssize_t(big.size())); });
     std::thread receiver([this] { take(1, 5); });
-    std::thread waiter([this] { s.waitForRead(5, 0); });
     std::thread drain([&] {
         for (int i = 0; i < 300 && !done; i++) std::this_thread::sleep_for(std::chrono::milliseconds(10));
         while (::recv(peer, big.data(), 65536, 0) > 0) {
         }
     });
     std::this_thread::sleep_for(std::chrono::milliseconds(100));
-    start = Clock::now();
+    Clock::time_point start = Clock::now();
+    EXPECT_EQ(0, s.waitForRead(0, 0));
+    EXPECT_LT(secondsSince(start), 0.5);
     s.disconnect();
     EXPECT_LT(secondsSince(start), 1.0);
     done = true;
-    for (std::thread* t : {&sender, &receiver, &waiter, &drain}) t->join();
+    for (std::thread* t : {&sender, &receiver, &drain}) t->join();
 
     // Each wait could last 5 s: only disconnect ends it early. The next recv and waitForRead
     // run while disconnect closes the descriptor, and must never use it after the close.
@@ -200,9 +185,7 @@ TEST_F(SocketTest, WaitForReadAnswersBesideAReaderAndDisconnectEndsSendsAndWaits
             while (waiting.recv(buf, sizeof buf, 5, 0) != tavik::sErrDisconnected) {
             }
         });
-        std::thread watcher([&waiting] {
-            while (waiting._sock > 0) waiting.waitForRead(5, 0);
-        });
+        std::thread watcher([&waiting] { while (waiting.waitForRead(5, 0) != 0) {} });
         std::this_thread::sleep_for(std::chrono::milliseconds(2));
         waiting.disconnect();
         reader.join();
