@@ -41,14 +41,15 @@ TEST(JsonModel, AddFormatsEachKindKeepsFirstPositionAndReadsAreTyped) {
     // Only the exact text "true" is true; numbers read in base 10; an object member, a
     // missing one and a removed one give the defaults.
     j.remove("f");
-    const char* reads[][2] = {
-        {"i", "-7 -7 -7 -7 00"},        {"up", "0 0 0 0 00"},
-        {"big", "1294967296 -3000000000 -3000000000 -3e+09 00"},
-        {"d", "2 2 2 2.5 00"},          {"t", "0 0 0 0 11"},
-        {"oct", "10 10 10 10 00"},      {"o:n", "5 5 5 5 00"},
-        {"o", "-1 -2 -3 -4.5 10"},      {"none", "-1 -2 -3 -4.5 10"},
-        {"f", "-1 -2 -3 -4.5 10"}};
-    for (auto& r : reads) EXPECT_EQ(r[1], typedReads(j, r[0])) << r[0];
+    std::string all;
+    for (const char* key : {"i", "up", "big", "d", "t", "oct", "o:n", "o", "none", "f"}) {
+        all += typedReads(j, key) + "|";
+    }
+    EXPECT_EQ(
+        "-7 -7 -7 -7 00|0 0 0 0 00|1294967296 -3000000000 -3000000000 -3e+09 00|2 2 2 2.5 00|"
+        "0 0 0 0 11|10 10 10 10 00|5 5 5 5 00|-1 -2 -3 -4.5 10|-1 -2 -3 -4.5 10|"
+        "-1 -2 -3 -4.5 10|",
+        all);
 
     j.remove(j.getKey(0));  // the caller may pass the stored key itself
     tavik::smartPtr<tavik::strArr> keys(j.getKeyArray());

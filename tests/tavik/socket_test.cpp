@@ -112,8 +112,10 @@ TEST_F(SocketTest, HostsResolveConnectsLeakNoDescriptorAndPendingTimedConnectsCo
         const char* host;
         unsigned int port;
         int result;
-    } cases[] = {{nullptr, server.port, 1},     {"localhost", server.port, 1},
-                 {"127.0.0.1", server.port, 1}, {"127.0.0.1x", server.port, 0},
+    } cases[] = {{nullptr, server.port, 1},
+                 {"localhost", server.port, 1},
+                 {"127.0.0.1", server.port, 1},
+                 {"127.0.0.1x", server.port, 0},
                  {"127.0.0.1", refused.port, 0}};
     for (auto& c : cases) {
         for (bool timed : {false, true}) {
@@ -160,7 +162,8 @@ TEST_F(SocketTest, WaitForReadAnswersBesideAReaderAndDisconnectEndsSendsAndWaits
     std::thread sender([&] { EXPECT_LT(s.send(big.data(), big.size()), ssize_t(big.size())); });
     std::thread receiver([this] { take(1, 5); });
     std::thread drain([&] {
-        for (int i = 0; i < 300 && !done; i++) std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        for (int i = 0; i < 300 && !done; i++)
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
         while (::recv(peer, big.data(), 65536, 0) > 0) {
         }
     });
@@ -185,7 +188,10 @@ TEST_F(SocketTest, WaitForReadAnswersBesideAReaderAndDisconnectEndsSendsAndWaits
             while (waiting.recv(buf, sizeof buf, 5, 0) != tavik::sErrDisconnected) {
             }
         });
-        std::thread watcher([&waiting] { while (waiting.waitForRead(5, 0) != 0) {} });
+        std::thread watcher([&waiting] {
+            while (waiting.waitForRead(5, 0) != 0) {
+            }
+        });
         std::this_thread::sleep_for(std::chrono::milliseconds(2));
         waiting.disconnect();
         reader.join();
