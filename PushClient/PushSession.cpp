@@ -22,7 +22,8 @@ BasePushClient::BasePushClient()
       loginParam(""),
       connected(false),
       stopRequested(false),
-      stopped(false) {}
+      stopped(false),
+      readerStarted(false) {}
 
 BasePushClient::~BasePushClient() {}
 
@@ -84,7 +85,10 @@ void BasePushClient::_disconnect() {
     } catch (...) {
         connected = false;
     }
-    wait(stopWaitSeconds, &stopped);
+    // A failed handshake on a first connect: no thread exists that could set stopped.
+    if (readerStarted) {
+        wait(stopWaitSeconds, &stopped);
+    }
 }
 
 bool BasePushClient::sendHandshake(tavik::socks& s) {
@@ -137,8 +141,10 @@ void BasePushClient::startReader(const std::shared_ptr<tavik::socks>& s) {
     // write the thread handle), and a thread that fails to start leaves no socket behind.
     tavik::_objBlocking guard(&sockGuard);
     handoff.push_back(s);
+    bool startedBefore = readerStarted.exchange(true);
     if (start(nullptr) == 0) {
         handoff.pop_back();
+        readerStarted = startedBefore;
     }
 }
 

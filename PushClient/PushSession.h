@@ -31,8 +31,9 @@ public:
     bool reconnect();
     void disconnect();
     // Stops the session: closes the socket and waits (at most 2000 s) for the receive thread
-    // to report that it has stopped. Called on the receive thread with a socket still open,
-    // the wait runs its full length, since only that thread reports.
+    // to report that it has stopped; a session that never started one does not wait. Called
+    // on the receive thread with a socket still open, the wait runs its full length, since
+    // only that thread reports.
     void _disconnect();
 
     // The receive thread's body: receiveFrames() from the socket handed to this thread.
@@ -85,6 +86,9 @@ private:
     void dispatch(const char* body);
 
     tavik::mutex sockGuard;
+    // Set once a receive thread has been started: from then on one exists, or has existed,
+    // to report stopped. Set before the start, since the new thread may stop at once.
+    std::atomic<bool> readerStarted;
     // Sockets of started receive threads that have not yet picked them up, oldest first.
     std::deque<std::shared_ptr<tavik::socks>> handoff;
 };

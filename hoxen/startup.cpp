@@ -1,7 +1,10 @@
 #include "hoxen/startup.h"
 
+#include <fcntl.h>
 #include <pthread.h>
 #include <unistd.h>
+
+#include <cerrno>
 
 #include <cstdio>
 #include <cstdlib>
@@ -41,6 +44,14 @@ void copy_field(char (&field)[N], const char* text) {
 }
 
 }  // namespace
+
+void open_closed_standard_descriptors() {
+    for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
+        // The lower ones are open by now, so open() returns this very descriptor.
+        if (fcntl(fd, F_GETFD) == -1 && errno == EBADF)
+            open("/dev/null", O_RDWR);
+    }
+}
 
 int hoxen_main(int argc, char** argv) {
     int cp = 3600;

@@ -1,7 +1,9 @@
 #include "tavik/aes.h"
 
-#include "tavik/aes_cbc.h"
-#include "tavik/aes_steps.h"
+#include <cstring>
+
+#include "tavik/aes_modes.h"
+#include "tavik/aes_software.h"
 
 namespace tavik {
 namespace {
@@ -60,78 +62,134 @@ constexpr rconTable makeRcon() {
 
 constexpr rconTable Rcon = makeRcon();
 
+// The software kernels below look the S-box up with data- and key-dependent indexes
+// (not constant-time).
+using aesSoftware::block;
+using aesSoftware::byteOf;
+using aesSoftware::load32;
+
+constexpr int Nr = AES::Nr;
+constexpr size_t lanes = 4;  // blocks side by side in ECB and CBC decryption
+
+inline uint32_t column(uint8_t row0, uint8_t row1, uint8_t row2, uint8_t row3) {
+    return static_cast<uint32_t>(row0) | (static_cast<uint32_t>(row1) << 8) |
+           (static_cast<uint32_t>(row2) << 16) | (static_cast<uint32_t>(row3) << 24);
+}
+
+// AddRoundKey(first), then SubBytes with ShiftRows (output column i takes row r from column
+// i + r) or InvSubBytes with InvShiftRows (from column i - r), then AddRoundKey(last).
+template <bool encipher>
+struct roundLanes {
+    uint32_t first[4], last[4];
+
+    block transform(const block& b) const {
+        const uint8_t* table = encipher ? sbox : rsbox;
+        const int step = encipher ? 1 : 3;
+        uint32_t c[4];
+        for (int i = 0; i < 4; ++i) {
+            c[i] = b.c[i] ^ first[i];
+        }
+        block out;
+        for (int i = 0; i < 4; ++i) {
+            out.c[i] = column(table[byteOf(c[i], 0)], table[byteOf(c[(i + step) & 3], 1)],
+                              table[byteOf(c[(i + 2 * step) & 3], 2)],
+                              table[byteOf(c[(i + 3 * step) & 3], 3)]) ^
+                       last[i];
+        }
+        return out;
+    }
+
+    template <class... Blocks>
+    void operator()(Blocks&... b) const {
+        ((b = transform(b)), ...);
+    }
+};
+
+template <bool encipher>
+roundLanes<encipher> keyed(const uint8_t* roundKey) {
+    roundLanes<encipher> t;
+    const uint8_t* first = encipher ? roundKey : roundKey + 16 * Nr;
+    const uint8_t* last = encipher ? roundKey + 16 * Nr : roundKey;
+    for (int i = 0; i < 4; ++i) {
+        t.first[i] = load32(first + 4 * i);
+        t.last[i] = load32(last + 4 * i);
+    }
+    return t;
+}
+
+void encryptBlocks(const uint8_t* roundKey, uint8_t* out, const uint8_t* in, size_t blocks) {
+    aesSoftware::ecbBlocks<lanes>(keyed<true>(roundKey), out, in, blocks);
+}
+
+void decryptBlocks(const uint8_t* roundKey, uint8_t* out, const uint8_t* in, size_t blocks) {
+    aesSoftware::ecbBlocks<lanes>(keyed<false>(roundKey), out, in, blocks);
+}
+
+void cbcEncryptBlocks(const uint8_t* roundKey, uint8_t* out, uint8_t* in, size_t blocks,
+                      const uint8_t* iv) {
+    aesSoftware::cbcEncryptBlocks(keyed<true>(roundKey), out, in, blocks, iv);
+}
+
+void cbcDecryptBlocks(const uint8_t* roundKey, uint8_t* out, const uint8_t* in, size_t blocks,
+                      const uint8_t* iv) {
+    aesSoftware::cbcDecryptBlocks<lanes>(keyed<false>(roundKey), out, in, blocks, iv);
+}
+
+constexpr aesModes::kernels software = {encryptBlocks, decryptBlocks, cbcEncryptBlocks,
+                                        cbcDecryptBlocks};
+
+const aesModes::kernels& kernels() {
+    return aesModes::choose(Nr, nullptr, software);
+}
+
 }  // namespace
 
 void AES::setKey(const uint8_t* key) {
-    Key = key != nullptr ? key : cbc::zeroIv;
+    Key = key != nullptr ? key : aesModes::zeroIv;
     KeyExpansion();
     Key = nullptr;  // the key bytes are consumed; no pointer to caller memory is kept
 }
 
 void AES::KeyExpansion() {
-    aesSteps::expandKey(RoundKey, Key, Nr, sbox, Rcon.value);
-}
-
-void AES::AddRoundKey(uint8_t round) {
-    aesSteps::addRoundKey(*state, RoundKey + round * blockLen);
-}
-
-void AES::SubBytes() {
-    aesSteps::substitute(*state, sbox);
-}
-
-void AES::InvSubBytes() {
-    aesSteps::substitute(*state, rsbox);
-}
-
-void AES::ShiftRows() {
-    aesSteps::shiftRows(*state);
-}
-
-void AES::InvShiftRows() {
-    aesSteps::invShiftRows(*state);
+    aesSoftware::expandKey(RoundKey, Key, Nr, sbox, Rcon.value);
 }
 
 void AES::Cipher() {
-    AddRoundKey(0);
-    SubBytes();
-    ShiftRows();
-    AddRoundKey(Nr);
+    kernels().encrypt(RoundKey, (*state)[0], (*state)[0], 1);
 }
 
 void AES::InvCipher() {
-    AddRoundKey(Nr);
-    InvShiftRows();
-    InvSubBytes();
-    AddRoundKey(0);
+    kernels().decrypt(RoundKey, (*state)[0], (*state)[0], 1);
 }
 
 void AES::AES128_ECB_encrypt(uint8_t* input, uint8_t* output) {
-    cbc::BlockCopy(output, input);
+    std::memmove(output, input, blockLen);
     state = reinterpret_cast<state_t*>(output);
     Cipher();
 }
 
 void AES::AES128_ECB_decrypt(uint8_t* input, uint8_t* output) {
-    cbc::BlockCopy(output, input);
+    std::memmove(output, input, blockLen);
     state = reinterpret_cast<state_t*>(output);
     InvCipher();
 }
 
+void AES::AES128_ECB_encrypt_buffer(uint8_t* output, const uint8_t* input, uint32_t length) {
+    aesModes::ecbBuffer(kernels().encrypt, RoundKey, output, input, length);
+}
+
+void AES::AES128_ECB_decrypt_buffer(uint8_t* output, const uint8_t* input, uint32_t length) {
+    aesModes::ecbBuffer(kernels().decrypt, RoundKey, output, input, length);
+}
+
 void AES::AES128_CBC_encrypt_buffer(uint8_t* output, uint8_t* input, uint32_t length,
                                     const uint8_t* iv) {
-    cbc::encryptBuffer(output, input, length, iv, Iv, [this](uint8_t* block) {
-        state = reinterpret_cast<state_t*>(block);
-        Cipher();
-    });
+    aesModes::cbcEncryptBuffer(kernels(), RoundKey, output, input, length, iv, Iv);
 }
 
 void AES::AES128_CBC_decrypt_buffer(uint8_t* output, uint8_t* input, uint32_t length,
                                     const uint8_t* iv) {
-    cbc::decryptBuffer(output, input, length, iv, Iv, [this](uint8_t* block) {
-        state = reinterpret_cast<state_t*>(block);
-        InvCipher();
-    });
+    aesModes::cbcDecryptBuffer(kernels(), RoundKey, output, input, length, iv, Iv);
 }
 
 }  // namespace tavik

@@ -1,7 +1,9 @@
 // AES: a one-round variant of the AES-128 construction (AddRoundKey, SubBytes, ShiftRows,
 // AddRoundKey; no MixColumns), kept one-round on purpose: a light scrambler, not AES-128.
-// ECB on single 16-byte blocks and CBC over buffers, into the caller's buffers; no heap
-// memory. One object serves one thread at a time (every call writes its state and chaining
+// ECB on single 16-byte blocks and over buffers, and CBC over buffers, into the caller's
+// buffers; no heap memory. Its round is the standard last AES round, so it uses the CPU's
+// AES instructions where the CPU has them and S-box lookups otherwise (see aes_modes.h).
+// One object serves one thread at a time (every call writes its state and chaining
 // pointer); separate objects are independent and the tables are constant.
 #ifndef TAVIK_AES_H_
 #define TAVIK_AES_H_
@@ -30,10 +32,17 @@ public:
     void AES128_ECB_encrypt(uint8_t* input, uint8_t* output);
     void AES128_ECB_decrypt(uint8_t* input, uint8_t* output);
 
+    // ECB over length bytes, many blocks at once: every whole block of input is transformed
+    // into the same place of output, which may be the input buffer itself (no other overlap).
+    // The output bytes of a partial last block are set to zero.
+    void AES128_ECB_encrypt_buffer(uint8_t* output, const uint8_t* input, uint32_t length);
+    void AES128_ECB_decrypt_buffer(uint8_t* output, const uint8_t* input, uint32_t length);
+
     // CBC over length bytes. A non-null iv starts a chain; a null iv continues from the last
     // block of the previous call, which must still be alive and unchanged (an all-zero block
     // before any iv was given). Encryption XORs the caller's input blocks in place. Only whole
-    // blocks are transformed; the output bytes of a partial last block are set to zero.
+    // blocks are transformed; the output bytes of a partial last block are set to zero. output
+    // may be the input buffer itself (no other overlap).
     void AES128_CBC_encrypt_buffer(uint8_t* output, uint8_t* input, uint32_t length,
                                    const uint8_t* iv);
     void AES128_CBC_decrypt_buffer(uint8_t* output, uint8_t* input, uint32_t length,
@@ -41,12 +50,7 @@ public:
 
 private:
     void KeyExpansion();
-    void AddRoundKey(uint8_t round);
-    void SubBytes();
-    void ShiftRows();
-    void InvSubBytes();
-    void InvShiftRows();
-    void Cipher();
+    void Cipher();  // the block at state, in place
     void InvCipher();
 
     state_t* state = nullptr;

@@ -1,7 +1,9 @@
 #include "tavik/realaes.h"
 
-#include "tavik/aes_cbc.h"
-#include "tavik/aes_steps.h"
+#include <cstring>
+
+#include "tavik/aes_modes.h"
+#include "tavik/aes_software.h"
 
 namespace tavik {
 namespace {
@@ -112,32 +114,66 @@ constexpr roundTables makeInvRoundTables() {
 
 constexpr roundTables Td = makeInvRoundTables();
 
-inline uint32_t load32(const uint8_t* p) {
-    return static_cast<uint32_t>(p[0]) | (static_cast<uint32_t>(p[1]) << 8) |
-           (static_cast<uint32_t>(p[2]) << 16) | (static_cast<uint32_t>(p[3]) << 24);
+// The software kernels below are table-based: their lookups are indexed by key-dependent
+// bytes, so their timing depends on the key and the data (not constant-time).
+using aesSoftware::block;
+using aesSoftware::byteOf;
+using aesSoftware::load32;
+
+constexpr int Nr = REALAES::Nr;
+constexpr size_t lanesAtOnce = 2;  // blocks side by side in ECB and CBC decryption
+
+// SubBytes, ShiftRows and MixColumns for output column i, whose row r byte comes from
+// column i + r: one table lookup per byte.
+inline uint32_t roundColumn(const uint32_t (&c)[4], int i) {
+    return (Te.byRow[0][byteOf(c[i], 0)] ^ Te.byRow[1][byteOf(c[(i + 1) & 3], 1)]) ^
+           (Te.byRow[2][byteOf(c[(i + 2) & 3], 2)] ^ Te.byRow[3][byteOf(c[(i + 3) & 3], 3)]);
 }
 
-// The state as four column words, row 0 in the low byte.
-inline void loadColumns(const uint8_t (&state)[4][4], uint32_t (&c)[4]) {
-    for (int i = 0; i < 4; ++i) {
-        c[i] = load32(state[i]);
+// SubBytes and ShiftRows alone: row r of byRow[r - 1] holds the plain S-box value.
+inline uint32_t lastRoundColumn(const uint32_t (&c)[4], int i) {
+    return (Te.byRow[3][byteOf(c[i], 0)] & 0x000000ff) |
+           (Te.byRow[0][byteOf(c[(i + 1) & 3], 1)] & 0x0000ff00) |
+           (Te.byRow[1][byteOf(c[(i + 2) & 3], 2)] & 0x00ff0000) |
+           (Te.byRow[2][byteOf(c[(i + 3) & 3], 3)] & 0xff000000);
+}
+
+// InvShiftRows, InvSubBytes and InvMixColumns for output column i, whose row r byte comes
+// from column i - r.
+inline uint32_t invRoundColumn(const uint32_t (&c)[4], int i) {
+    return (Td.byRow[0][byteOf(c[i], 0)] ^ Td.byRow[1][byteOf(c[(i + 3) & 3], 1)]) ^
+           (Td.byRow[2][byteOf(c[(i + 2) & 3], 2)] ^ Td.byRow[3][byteOf(c[(i + 1) & 3], 3)]);
+}
+
+inline uint32_t invLastRoundColumn(const uint32_t (&c)[4], int i) {
+    return static_cast<uint32_t>(rsbox[byteOf(c[i], 0)]) |
+           (static_cast<uint32_t>(rsbox[byteOf(c[(i + 3) & 3], 1)]) << 8) |
+           (static_cast<uint32_t>(rsbox[byteOf(c[(i + 2) & 3], 2)]) << 16) |
+           (static_cast<uint32_t>(rsbox[byteOf(c[(i + 1) & 3], 3)]) << 24);
+}
+
+// One round on a block: column(c, i) for every column, then the round key.
+template <class Column>
+inline block round(const block& b, const uint32_t* key, Column column) {
+    return {{column(b.c, 0) ^ key[0], column(b.c, 1) ^ key[1], column(b.c, 2) ^ key[2],
+             column(b.c, 3) ^ key[3]}};
+}
+
+inline block addKey(const block& b, const uint32_t* key) {
+    return {{b.c[0] ^ key[0], b.c[1] ^ key[1], b.c[2] ^ key[2], b.c[3] ^ key[3]}};
+}
+
+// Round keys as column words, in the order a transformation uses them.
+struct keyWords {
+    uint32_t w[4 * (Nr + 1)];
+};
+
+keyWords encryptionKeys(const uint8_t* roundKey) {
+    keyWords k;
+    for (int i = 0; i < 4 * (Nr + 1); ++i) {
+        k.w[i] = load32(roundKey + 4 * i);
     }
-}
-
-inline void storeColumns(const uint32_t (&c)[4], uint8_t (&state)[4][4]) {
-    for (int i = 0; i < 4; ++i) {
-        for (int r = 0; r < 4; ++r) {
-            state[i][r] = static_cast<uint8_t>(c[i] >> (8 * r));
-        }
-    }
-}
-
-// SubBytes, ShiftRows, MixColumns and AddRoundKey for output column c, whose row r byte
-// comes from column c + r after the shift.
-inline uint32_t roundColumn(uint32_t c0, uint32_t c1, uint32_t c2, uint32_t c3,
-                            const uint8_t* roundKey) {
-    return Te.byRow[0][c0 & 0xff] ^ Te.byRow[1][(c1 >> 8) & 0xff] ^ Te.byRow[2][(c2 >> 16) & 0xff] ^
-           Te.byRow[3][c3 >> 24] ^ load32(roundKey);
+    return k;
 }
 
 inline uint32_t rotateRight(uint32_t w, int bits) {
@@ -149,149 +185,122 @@ inline uint32_t timesX4(uint32_t w) {
     return ((w & 0x7f7f7f7f) << 1) ^ (((w >> 7) & 0x01010101) * 0x1b);
 }
 
-// InvMixColumns of one column word, done as in InvMixColumns below.
+// InvMixColumns of one column word: the inverse polynomial is the forward one times
+// {04}x^2 + {05}, so multiply by that first, then MixColumns.
 inline uint32_t invMixColumn(uint32_t w) {
     w ^= timesX4(timesX4(w ^ rotateRight(w, 16)));
     uint32_t all = w ^ rotateRight(w, 8) ^ rotateRight(w, 16) ^ rotateRight(w, 24);
     return w ^ all ^ timesX4(w ^ rotateRight(w, 8));
 }
 
-// InvShiftRows, InvSubBytes, AddRoundKey and InvMixColumns for output column c, whose row r
-// byte comes from column c - r before the shift. InvMixColumns is linear, so the round key
-// goes through it on its own.
-inline uint32_t invRoundColumn(uint32_t c0, uint32_t c3, uint32_t c2, uint32_t c1,
-                               const uint8_t* roundKey) {
-    return Td.byRow[0][c0 & 0xff] ^ Td.byRow[1][(c3 >> 8) & 0xff] ^ Td.byRow[2][(c2 >> 16) & 0xff] ^
-           Td.byRow[3][c1 >> 24] ^ invMixColumn(load32(roundKey));
+// The inverse rounds add their key before InvMixColumns; since InvMixColumns is linear, the
+// tables apply it to the state and the middle keys go through it here, once per call.
+keyWords decryptionKeys(const uint8_t* roundKey) {
+    keyWords k;
+    for (int round = 0; round <= Nr; ++round) {
+        for (int i = 0; i < 4; ++i) {
+            uint32_t w = load32(roundKey + 16 * (Nr - round) + 4 * i);
+            k.w[4 * round + i] = round == 0 || round == Nr ? w : invMixColumn(w);
+        }
+    }
+    return k;
+}
+
+// The whole cipher (or inverse cipher) on blocks side by side, round by round, so that their
+// lookups overlap.
+template <bool encipher>
+struct lanes {
+    keyWords k;
+    template <class... Blocks>
+    void operator()(Blocks&... b) const {
+        auto middle = [](const uint32_t(&c)[4], int i) {
+            return encipher ? roundColumn(c, i) : invRoundColumn(c, i);
+        };
+        auto last = [](const uint32_t(&c)[4], int i) {
+            return encipher ? lastRoundColumn(c, i) : invLastRoundColumn(c, i);
+        };
+        ((b = addKey(b, k.w)), ...);
+        for (int r = 1; r < Nr; ++r) {
+            ((b = round(b, k.w + 4 * r, middle)), ...);
+        }
+        ((b = round(b, k.w + 4 * Nr, last)), ...);
+    }
+};
+
+void encryptBlocks(const uint8_t* roundKey, uint8_t* out, const uint8_t* in, size_t blocks) {
+    aesSoftware::ecbBlocks<lanesAtOnce>(lanes<true>{encryptionKeys(roundKey)}, out, in, blocks);
+}
+
+void decryptBlocks(const uint8_t* roundKey, uint8_t* out, const uint8_t* in, size_t blocks) {
+    aesSoftware::ecbBlocks<lanesAtOnce>(lanes<false>{decryptionKeys(roundKey)}, out, in, blocks);
+}
+
+void cbcEncryptBlocks(const uint8_t* roundKey, uint8_t* out, uint8_t* in, size_t blocks,
+                      const uint8_t* iv) {
+    aesSoftware::cbcEncryptBlocks(lanes<true>{encryptionKeys(roundKey)}, out, in, blocks, iv);
+}
+
+void cbcDecryptBlocks(const uint8_t* roundKey, uint8_t* out, const uint8_t* in, size_t blocks,
+                      const uint8_t* iv) {
+    aesSoftware::cbcDecryptBlocks<lanesAtOnce>(lanes<false>{decryptionKeys(roundKey)}, out, in,
+                                         blocks, iv);
+}
+
+constexpr aesModes::kernels software = {encryptBlocks, decryptBlocks, cbcEncryptBlocks,
+                                        cbcDecryptBlocks};
+
+const aesModes::kernels& kernels() {
+    return aesModes::choose(Nr, aesModes::vectorPermuteKernels(), software);
 }
 
 }  // namespace
 
-uint8_t REALAES::xtime(uint8_t x) {
-    return timesX(x);
-}
-
 void REALAES::setKey(const uint8_t* key) {
-    Key = key != nullptr ? key : cbc::zeroIv;
+    Key = key != nullptr ? key : aesModes::zeroIv;
     KeyExpansion();
     Key = nullptr;  // the key bytes are consumed; no pointer to caller memory is kept
 }
 
 void REALAES::KeyExpansion() {
-    aesSteps::expandKey(RoundKey, Key, Nr, sbox, Rcon.value);
+    aesSoftware::expandKey(RoundKey, Key, Nr, sbox, Rcon.value);
 }
 
-void REALAES::AddRoundKey(uint8_t round) {
-    aesSteps::addRoundKey(*state, RoundKey + round * blockLen);
-}
-
-void REALAES::SubBytes() {
-    aesSteps::substitute(*state, sbox);
-}
-
-void REALAES::InvSubBytes() {
-    aesSteps::substitute(*state, rsbox);
-}
-
-void REALAES::ShiftRows() {
-    aesSteps::shiftRows(*state);
-}
-
-void REALAES::InvShiftRows() {
-    aesSteps::invShiftRows(*state);
-}
-
-// Each column times {03}x^3 + {01}x^2 + {01}x + {02} modulo x^4 + 1.
-void REALAES::MixColumns() {
-    for (int c = 0; c < 4; ++c) {
-        uint8_t* col = (*state)[c];
-        uint8_t first = col[0];
-        uint8_t all = col[0] ^ col[1] ^ col[2] ^ col[3];
-        col[0] ^= all ^ xtime(col[0] ^ col[1]);
-        col[1] ^= all ^ xtime(col[1] ^ col[2]);
-        col[2] ^= all ^ xtime(col[2] ^ col[3]);
-        col[3] ^= all ^ xtime(col[3] ^ first);
-    }
-}
-
-// The inverse polynomial is the forward one times {04}x^2 + {05}: multiply by that first.
-void REALAES::InvMixColumns() {
-    for (int c = 0; c < 4; ++c) {
-        uint8_t* col = (*state)[c];
-        uint8_t even = xtime(xtime(col[0] ^ col[2]));
-        uint8_t odd = xtime(xtime(col[1] ^ col[3]));
-        col[0] ^= even;
-        col[1] ^= odd;
-        col[2] ^= even;
-        col[3] ^= odd;
-    }
-    MixColumns();
-}
-
-// Cipher and InvCipher run the middle rounds on four column words through the round tables;
-// the first and last steps use the byte-wise functions.
 void REALAES::Cipher() {
-    AddRoundKey(0);
-    uint32_t c[4];
-    loadColumns(*state, c);
-    for (int round = 1; round < Nr; ++round) {
-        const uint8_t* roundKey = RoundKey + round * blockLen;
-        uint32_t t0 = roundColumn(c[0], c[1], c[2], c[3], roundKey);
-        uint32_t t1 = roundColumn(c[1], c[2], c[3], c[0], roundKey + 4);
-        uint32_t t2 = roundColumn(c[2], c[3], c[0], c[1], roundKey + 8);
-        uint32_t t3 = roundColumn(c[3], c[0], c[1], c[2], roundKey + 12);
-        c[0] = t0, c[1] = t1, c[2] = t2, c[3] = t3;
-    }
-    storeColumns(c, *state);
-    SubBytes();
-    ShiftRows();
-    AddRoundKey(Nr);
+    kernels().encrypt(RoundKey, (*state)[0], (*state)[0], 1);
 }
 
 void REALAES::InvCipher() {
-    AddRoundKey(Nr);
-    uint32_t c[4];
-    loadColumns(*state, c);
-    for (int round = Nr - 1; round > 0; --round) {
-        const uint8_t* roundKey = RoundKey + round * blockLen;
-        uint32_t t0 = invRoundColumn(c[0], c[3], c[2], c[1], roundKey);
-        uint32_t t1 = invRoundColumn(c[1], c[0], c[3], c[2], roundKey + 4);
-        uint32_t t2 = invRoundColumn(c[2], c[1], c[0], c[3], roundKey + 8);
-        uint32_t t3 = invRoundColumn(c[3], c[2], c[1], c[0], roundKey + 12);
-        c[0] = t0, c[1] = t1, c[2] = t2, c[3] = t3;
-    }
-    storeColumns(c, *state);
-    InvShiftRows();
-    InvSubBytes();
-    AddRoundKey(0);
+    kernels().decrypt(RoundKey, (*state)[0], (*state)[0], 1);
 }
 
 void REALAES::AES128_ECB_encrypt(uint8_t* input, uint8_t* output) {
-    cbc::BlockCopy(output, input);
+    std::memmove(output, input, blockLen);
     state = reinterpret_cast<state_t*>(output);
     Cipher();
 }
 
 void REALAES::AES128_ECB_decrypt(uint8_t* input, uint8_t* output) {
-    cbc::BlockCopy(output, input);
+    std::memmove(output, input, blockLen);
     state = reinterpret_cast<state_t*>(output);
     InvCipher();
 }
 
+void REALAES::AES128_ECB_encrypt_buffer(uint8_t* output, const uint8_t* input, uint32_t length) {
+    aesModes::ecbBuffer(kernels().encrypt, RoundKey, output, input, length);
+}
+
+void REALAES::AES128_ECB_decrypt_buffer(uint8_t* output, const uint8_t* input, uint32_t length) {
+    aesModes::ecbBuffer(kernels().decrypt, RoundKey, output, input, length);
+}
+
 void REALAES::AES128_CBC_encrypt_buffer(uint8_t* output, uint8_t* input, uint32_t length,
                                         const uint8_t* iv) {
-    cbc::encryptBuffer(output, input, length, iv, Iv, [this](uint8_t* block) {
-        state = reinterpret_cast<state_t*>(block);
-        Cipher();
-    });
+    aesModes::cbcEncryptBuffer(kernels(), RoundKey, output, input, length, iv, Iv);
 }
 
 void REALAES::AES128_CBC_decrypt_buffer(uint8_t* output, uint8_t* input, uint32_t length,
                                         const uint8_t* iv) {
-    cbc::decryptBuffer(output, input, length, iv, Iv, [this](uint8_t* block) {
-        state = reinterpret_cast<state_t*>(block);
-        InvCipher();
-    });
+    aesModes::cbcDecryptBuffer(kernels(), RoundKey, output, input, length, iv, Iv);
 }
 
 }  // namespace tavik

@@ -1,5 +1,8 @@
-// REALAES: the AES-128 block cipher (10 rounds), ECB on single 16-byte blocks and CBC over
-// buffers. Results are written into the caller's buffers; the engine holds no heap memory.
+// REALAES: the AES-128 block cipher (10 rounds), ECB on single 16-byte blocks and over
+// buffers, and CBC over buffers. Results are written into the caller's buffers; the engine
+// holds no heap memory. It uses the CPU's AES instructions where the CPU has them, SSSE3 byte
+// shuffles where it has those, and table lookups otherwise (see aes_modes.h); all give the
+// same results.
 // One object serves one thread at a time (every call writes its state and chaining pointer);
 // separate objects are independent and the tables are constant.
 #ifndef TAVIK_REALAES_H_
@@ -29,29 +32,26 @@ public:
     void AES128_ECB_encrypt(uint8_t* input, uint8_t* output);
     void AES128_ECB_decrypt(uint8_t* input, uint8_t* output);
 
+    // ECB over length bytes, many blocks at once: every whole block of input is transformed
+    // into the same place of output, which may be the input buffer itself (no other overlap).
+    // The output bytes of a partial last block are set to zero.
+    void AES128_ECB_encrypt_buffer(uint8_t* output, const uint8_t* input, uint32_t length);
+    void AES128_ECB_decrypt_buffer(uint8_t* output, const uint8_t* input, uint32_t length);
+
     // CBC over length bytes. A non-null iv starts a chain; a null iv continues from the last
     // block of the previous call, which must still be alive and unchanged (an all-zero block
     // before any iv was given). Encryption XORs the caller's input blocks in place. Only whole
-    // blocks are transformed; the output bytes of a partial last block are set to zero.
+    // blocks are transformed; the output bytes of a partial last block are set to zero. output
+    // may be the input buffer itself (no other overlap).
     void AES128_CBC_encrypt_buffer(uint8_t* output, uint8_t* input, uint32_t length,
                                    const uint8_t* iv);
     void AES128_CBC_decrypt_buffer(uint8_t* output, uint8_t* input, uint32_t length,
                                    const uint8_t* iv);
 
 private:
-    friend class REALAESProbe;  // lets tests check single steps against published states
-
     void KeyExpansion();
-    void AddRoundKey(uint8_t round);
-    void SubBytes();
-    void ShiftRows();
-    void MixColumns();
-    void InvSubBytes();
-    void InvShiftRows();
-    void InvMixColumns();
-    void Cipher();
+    void Cipher();  // the block at state, in place
     void InvCipher();
-    static uint8_t xtime(uint8_t x);
 
     state_t* state = nullptr;
     uint8_t RoundKey[176] = {};

@@ -11,9 +11,9 @@
 
 namespace tavik {
 
-// Enciphers (or deciphers) data block by block into a new array of the data length rounded
-// up to whole 16-byte blocks; the tail of the last block is taken as zero bytes, and nothing
-// is removed again on the way back. Null for null data and for data of 4 GiB or more, whose
+// Enciphers (or deciphers) data, many blocks at a time, into a new array of the data length
+// rounded up to whole 16-byte blocks; the tail of the last block is taken as zero bytes, and
+// nothing is removed again on the way back. Null for null data and for data of 4 GiB or more, whose
 // padded length would not fit the 32-bit block arithmetic.
 template <class Engine, bool encipher>
 typeArr<unsigned char, true>* ecbPadded(Engine& engine, typeArr<unsigned char, false>* data) {
@@ -25,20 +25,18 @@ typeArr<unsigned char, true>* ecbPadded(Engine& engine, typeArr<unsigned char, f
     size_t whole = data->length / blockLen * blockLen;
     size_t padded = whole + (whole < data->length ? blockLen : 0);
     auto* result = new typeArr<unsigned char, true>(padded);
-    auto transform = [&engine](uint8_t* in, uint8_t* out) {
+    auto transform = [&engine](uint8_t* out, const uint8_t* in, uint32_t length) {
         if (encipher) {
-            engine.AES128_ECB_encrypt(in, out);
+            engine.AES128_ECB_encrypt_buffer(out, in, length);
         } else {
-            engine.AES128_ECB_decrypt(in, out);
+            engine.AES128_ECB_decrypt_buffer(out, in, length);
         }
     };
-    for (size_t offset = 0; offset < whole; offset += blockLen) {
-        transform(data->buffer + offset, result->buffer + offset);
-    }
+    transform(result->buffer, data->buffer, static_cast<uint32_t>(whole));
     if (whole < padded) {
         uint8_t last[blockLen] = {};
         std::memcpy(last, data->buffer + whole, data->length - whole);
-        transform(last, result->buffer + whole);
+        transform(result->buffer + whole, last, blockLen);
     }
     return result;
 }

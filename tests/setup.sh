@@ -7,8 +7,8 @@ packages=(
   g++ clang libclang-rt-14-dev cmake ninja-build pkg-config
   uuid-dev libgtest-dev libgmock-dev libbenchmark-dev
   fuse3 libfuse3-dev libssl-dev nlohmann-json3-dev rapidjson-dev
-  util-linux mount procps psmisc
-  dpkg-dev file lintian systemd
+  util-linux mount procps psmisc strace
+  dpkg-dev file lintian systemd python3
 )
 
 missing=()

@@ -7,6 +7,8 @@
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
+#include <future>
+#include <memory>
 #include <mutex>
 #include <regex>
 #include <string>
@@ -19,6 +21,7 @@
 
 #include "PushClient/BasePushClient.h"
 #include "PushClient/PushClient.h"
+#include "tavik/tk_common.h"
 #include "tests/support/hostile_run.h"
 
 using namespace std::chrono_literals;
@@ -238,6 +241,32 @@ TEST_F(PushSessionTest, ConnectRetiresTheConnectionBeforeAndDisconnectEndsTheLas
     start = std::chrono::steady_clock::now();
     fresh.disconnect();
     EXPECT_LT(std::chrono::steady_clock::now() - start, 500ms);
+}
+
+TEST(PushStartTest, HandshakeFailingBeforeAnyReceiveThreadFailsTheConnectAtOnce) {
+    pushserver::PushServer server;
+    ASSERT_TRUE(server.listen());
+    RecordingClient& app = keepForProcess(new RecordingClient);
+    auto done = std::make_shared<std::promise<bool>>();
+    std::future<bool> connected = done->get_future();
+    {
+        // The handshake's identifier is a scratch text: holding the pool's lock parks the
+        // client between its TCP connect and its send while the server resets the connection.
+        tavik::_objBlocking parked(&tavik::g_rav.sync);
+        std::thread([&app, done, port = server.port()] {
+            done->set_value(app.connect("127.0.0.1", port, "BOX", "10", "L"));
+        }).detach();
+        ASSERT_TRUE(server.waitForConnections(1, 5s));
+        ASSERT_TRUE(server.reset(0));
+        std::this_thread::sleep_for(100ms);
+    }
+    // No receive thread exists that could report having stopped: nothing to wait for.
+    ASSERT_EQ(std::future_status::ready, connected.wait_for(2s)) << "connect still waits";
+    EXPECT_FALSE(connected.get());
+    EXPECT_EQ("", server.received(0));
+    ASSERT_TRUE(app.connect("127.0.0.1", server.port(), "BOX", "10", "L"));
+    EXPECT_TRUE(server.waitForHandshake(1, 5s));
+    app.disconnect();
 }
 
 TEST(PushReconnectTest, ThousandServerClosesKeepDescriptorsFlat) {

@@ -2,12 +2,17 @@
 // never speaks, resets inside a body, a port that refuses for a while. A lost connection is
 // taken up again at once under a new identifier; refused attempts are warned and repeated once
 // a second; nothing complete is lost and nothing held grows once each fault has settled.
+// Start-up faults: resets before the first handshake, closed standard descriptors.
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
+#include <filesystem>
 #include <set>
 #include <string>
+#include <vector>
 
 #include "tests/support/hostile_run.h"
 
@@ -86,4 +91,49 @@ TEST(HostileConnection, SilenceResetsAndRefusalsLoseNothingAndKeepThePace) {
     EXPECT_EQ(server.connectionCount(), conn + 1);
     EXPECT_EQ(run.daemon->output().find("Can't connect"), std::string::npos);
     run.expect_footprint_kept(settled);
+}
+
+// strace holds the daemon's main thread half a second on entry to each send, and the server
+// resets the first three connections meanwhile: each failed handshake is a failed start-up
+// attempt, a line and a second's pause, until the server lets the handshake through.
+TEST(HostileConnection, ResetsBeforeTheFirstHandshakeAreRetriedEverySecond) {
+    start_scenario(false);
+    pushserver::PushServer server;
+    ASSERT_TRUE(server.listen());
+    Child daemon({"/usr/bin/strace", "-qq", "-o", "/dev/null", "-e", "trace=sendto", "-e",
+                  "inject=sendto:delay_enter=500000", kHoxen, "127.0.0.1",
+                  std::to_string(server.port()), "BOX", "10"});
+    const auto start = std::chrono::steady_clock::now();
+    std::vector<double> accepted;
+    for (size_t conn = 0; conn < 3; ++conn) {
+        ASSERT_TRUE(server.waitForConnections(conn + 1, seconds(5))) << daemon.output();
+        accepted.push_back(seconds_since(start));
+        ASSERT_TRUE(server.reset(conn));
+    }
+    ASSERT_TRUE(server.waitForHandshake(3, seconds(5)));
+    for (size_t conn = 1; conn < 3; ++conn) {
+        EXPECT_EQ(server.received(conn - 1), "");
+        const double gap = accepted[conn] - accepted[conn - 1];  // the pause and the hold
+        EXPECT_TRUE(gap > 1.4 && gap < 2.5) << gap;
+    }
+    // No quillo mount: the heartbeat, started once connected, ends the daemon.
+    int status = 0;
+    ASSERT_TRUE(daemon.wait_exit(10, &status));
+    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL) << status;
+    EXPECT_EQ(count_of(daemon.output(), "Can't connect with the server\r\n"), 3) << daemon.output();
+}
+
+// A closed standard descriptor is taken by /dev/null before the daemon's socket can take it:
+// the server receives the handshake and nothing else, and the daemon works as ever.
+TEST(HostileConnection, ClosedStandardDescriptorsNeverReachTheServer) {
+    for (int fd : {STDOUT_FILENO, STDIN_FILENO, STDERR_FILENO}) {
+        start_scenario(false);
+        ConnectedDaemon run("/tmp/closed" + std::to_string(fd) + "/mnt", {"BOX", "10"}, fd);
+        ASSERT_TRUE(run.server.sendFrame(0, "#2:true:ab") && run.server.sendFrame(0, "#1:hi"));
+        EXPECT_TRUE(wait_until([] { return read_file(kCheckerRecord) == "m\n"; }, 5)) << fd;
+        const std::string proc = "/proc/" + std::to_string(run.daemon->pid()) + "/fd/";
+        EXPECT_EQ(std::filesystem::read_symlink(proc + std::to_string(fd)), "/dev/null") << fd;
+        usleep(200 * 1000);
+        EXPECT_EQ(run.server.received(0), "BOX:(" + run.hello.identifier + ")10\nvintrago\n\n");
+    }
 }

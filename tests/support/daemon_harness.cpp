@@ -72,7 +72,7 @@ bool is_mount_point(const std::string& dir) {
     return read_file("/proc/self/mounts").find(" " + dir + " ") != std::string::npos;
 }
 
-Child::Child(const std::vector<std::string>& argv) {
+Child::Child(const std::vector<std::string>& argv, int closedFd) {
     std::vector<char*> args;
     for (const std::string& arg : argv) args.push_back(const_cast<char*>(arg.c_str()));
     args.push_back(nullptr);
@@ -81,7 +81,10 @@ Child::Child(const std::vector<std::string>& argv) {
         return;
     _pid = fork();
     if (_pid == 0) {
-        dup2(fds[1], STDOUT_FILENO);
+        if (closedFd != STDOUT_FILENO)
+            dup2(fds[1], STDOUT_FILENO);
+        if (closedFd >= 0)
+            close(closedFd);
         execv(args[0], args.data());
         _exit(127);
     }
@@ -137,7 +140,8 @@ void start_scenario(bool logging) {
         write_file("/tmp/logging.dat", "");
 }
 
-ConnectedDaemon::ConnectedDaemon(const std::string& mountDir, std::vector<std::string> args)
+ConnectedDaemon::ConnectedDaemon(const std::string& mountDir, std::vector<std::string> args,
+                                 int closedFd)
     : mountDir(mountDir) {
     EXPECT_EQ(shell("mkdir -p '" + mountDir + "'"), 0);
     fuse = std::make_unique<Child>(
@@ -146,7 +150,7 @@ ConnectedDaemon::ConnectedDaemon(const std::string& mountDir, std::vector<std::s
     EXPECT_TRUE(wait_until([&] { return is_mount_point(mountDir); }, 10)) << mountDir;
     EXPECT_TRUE(server.listen());
     args.insert(args.begin(), {kHoxen, "127.0.0.1", std::to_string(server.port())});
-    daemon = std::make_unique<Child>(args);
+    daemon = std::make_unique<Child>(args, closedFd);
     EXPECT_TRUE(server.waitForHandshake(0, std::chrono::seconds(10), &hello)) << daemon->output();
 }
 

@@ -33,7 +33,8 @@ bool is_mount_point(const std::string& dir);
 // stays the test's own. Destruction kills (SIGKILL) and reaps it if it still runs.
 class Child {
 public:
-    explicit Child(const std::vector<std::string>& argv);
+    // `closedFd` (0, 1 or 2) is closed in the child before it runs (1: no output to read).
+    explicit Child(const std::vector<std::string>& argv, int closedFd = -1);
     ~Child();
     Child(const Child&) = delete;
     Child& operator=(const Child&) = delete;
@@ -62,7 +63,7 @@ void start_scenario(bool logging);
 // (recorded in `hello`). Destruction ends the daemon, then the mount.
 struct ConnectedDaemon {
     explicit ConnectedDaemon(const std::string& mountDir,
-                             std::vector<std::string> args = {"BOX", "10"});
+                             std::vector<std::string> args = {"BOX", "10"}, int closedFd = -1);
     ~ConnectedDaemon();
     void unmount();  // removes the mount and waits for its FUSE helper to end
 

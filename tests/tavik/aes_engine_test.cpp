@@ -1,16 +1,19 @@
-// The AES engines: REALAES against published vectors and against OpenSSL's libcrypto as an
-// independent oracle, and AES, the one-round variant, against its definition and REALAES.
+// The AES engines on all their paths: REALAES against a published vector and against
+// OpenSSL's libcrypto as an independent oracle, and AES, the one-round variant, against a
+// model written from its definition.
 #include "tavik/realaes.h"
 
 #include <gtest/gtest.h>
 #include <openssl/evp.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <random>
 #include <string>
 #include <vector>
 
 #include "tavik/aes.h"
+#include "tavik/aes_modes.h"
 
 namespace {
 
@@ -39,7 +42,7 @@ bytes openssl(const EVP_CIPHER* type, const bytes& key, const bytes& iv, const b
     return out;
 }
 
-TEST(RealAesTest, ReproducesFips197AndSp80038aCbcVectorsAndAesIsOneRound) {
+TEST(RealAesTest, ReproducesFips197AndAesIsOneRound) {
     REALAES engine;
     bytes key = fromHex("000102030405060708090a0b0c0d0e0f");
     bytes plain = fromHex("00112233445566778899aabbccddeeff"), block(16);
@@ -57,63 +60,124 @@ TEST(RealAesTest, ReproducesFips197AndSp80038aCbcVectorsAndAesIsOneRound) {
     one.setKey(key.data());
     one.AES128_ECB_encrypt(plain.data(), block.data());
     EXPECT_EQ(block, fromHex("b5f99471dbcf93fe17d6cfa06c61a619"));
-
-    // SP 800-38A CBC-AES128 in two calls: a null iv continues from the previous call's last
-    // block, which stays in the caller's memory. Its iv holds the bytes of the key above.
-    const bytes& iv = key;
-    plain = fromHex(
-        "6bc1bee22e409f96e93d7e117393172aae2d8a571e03ac9c9eb76fac45af8e51"
-        "30c81c46a35ce411e5fbc1191a0a52eff69f2445df4f9b17ad2b417be66c3710");
-    bytes cipher = fromHex(
-        "7649abac8119b246cee98e9b12e9197d5086cb9b507219ee95db113a917678b2"
-        "73bed6b8e3c1743b7116e69e222295163ff1caa1681fac09120eca307586e1a7");
-    engine.setKey(fromHex("2b7e151628aed2a6abf7158809cf4f3c").data());
-    bytes input = plain, out(64);
-    engine.AES128_CBC_encrypt_buffer(out.data(), input.data(), 16, iv.data());
-    for (int i = 0; i < 16; ++i) EXPECT_EQ(input[i], plain[i] ^ iv[i]);  // XOR-ed in place
-    engine.AES128_CBC_encrypt_buffer(out.data() + 16, input.data() + 16, 48, nullptr);
-    EXPECT_EQ(out, cipher);
-    engine.AES128_CBC_decrypt_buffer(input.data(), out.data(), 16, iv.data());
-    engine.AES128_CBC_decrypt_buffer(out.data() + 16, out.data() + 16, 48, nullptr);  // in place
-    std::copy(input.begin(), input.begin() + 16, out.begin());
-    EXPECT_EQ(out, plain);
 }
 
-TEST(RealAesTest, AgreesWithOpensslOnRandomKeysWhereAesDiffersAndUndoesItself) {
+// The one-round cipher written out from its definition: AddRoundKey(0), SubBytes, ShiftRows,
+// AddRoundKey(1), with the S-box computed as the affine map of the inverse in GF(2^8).
+uint8_t sbox(uint8_t x) {
+    static const bytes table = [] {
+        auto times = [](uint8_t a, uint8_t b) {
+            uint8_t p = 0;
+            for (; b != 0; b >>= 1, a = static_cast<uint8_t>((a << 1) ^ (a & 0x80 ? 0x1b : 0))) {
+                if (b & 1) p ^= a;
+            }
+            return p;
+        };
+        bytes t(256);
+        for (int x = 0; x < 256; ++x) {
+            uint8_t inverse = 1, s = 0x63;
+            for (int i = 0; i < 254; ++i) inverse = times(inverse, x);  // x^254, and 0 for 0
+            for (int r = 0; r < 5; ++r) s ^= static_cast<uint8_t>(inverse << r | inverse >> (8 - r));
+            t[x] = s;
+        }
+        return t;
+    }();
+    return table[x];
+}
+
+bytes oneRound(const bytes& key, const uint8_t* block) {
+    uint8_t next[16];  // round key 1
+    for (int i = 0; i < 16; ++i) {
+        next[i] = key[i] ^ (i < 4 ? sbox(key[12 + (i + 1) % 4]) ^ (i == 0) : next[i - 4]);
+    }
+    bytes out(16);
+    for (int i = 0; i < 16; ++i) {
+        int from = (i + 4 * (i % 4)) % 16;  // ShiftRows: row r comes from column + r
+        out[i] = sbox(block[from] ^ key[from]) ^ next[i];
+    }
+    return out;
+}
+
+// What an engine makes of one case with the path in force: ECB over the buffer, undone in
+// place, and on the first block alone; CBC in two calls chained by a null iv, the input as
+// CBC leaves it, and the CBC decryption in two calls, the second in place.
+using outcome = std::vector<bytes>;
+
+template <class Engine>
+outcome run(const bytes& key, const bytes& iv, bytes plain, uint32_t split) {
+    Engine e;
+    e.setKey(key.data());
+    uint32_t n = static_cast<uint32_t>(plain.size());
+    bytes ecb(n, 0xAA), first(16), cbc(n, 0xAA), back(n, 0xAA);
+    e.AES128_ECB_encrypt_buffer(ecb.data(), plain.data(), n);
+    bytes ecbBack = ecb;
+    e.AES128_ECB_decrypt_buffer(ecbBack.data(), ecbBack.data(), n);
+    e.AES128_ECB_encrypt(plain.data(), first.data());
+    e.AES128_CBC_encrypt_buffer(cbc.data(), plain.data(), split, iv.data());
+    e.AES128_CBC_encrypt_buffer(cbc.data() + split, plain.data() + split, n - split, nullptr);
+    e.AES128_CBC_decrypt_buffer(back.data(), cbc.data(), split, iv.data());
+    std::copy(cbc.begin() + split, cbc.end(), back.begin() + split);
+    e.AES128_CBC_decrypt_buffer(back.data() + split, back.data() + split, n - split, nullptr);
+    return {ecb, ecbBack, first, cbc, plain, back};
+}
+
+// Every path (the CPU's AES instructions and SSSE3 where it has them, and tables) against
+// OpenSSL for REALAES and against the model for AES, so that the paths also agree.
+// Lengths run past the eight blocks that the instructions take at once, and now and then
+// end in a partial block: only whole blocks are enciphered, the rest zeroed. The buffers
+// are exactly n bytes, so AddressSanitizer sees any access past them.
+// CTest runs this program once more with TAVIK_AES_SOFTWARE=1, which rules out the AES
+// instructions as on a CPU without them.
+TEST(RealAesTest, EveryPathMatchesOpensslAndTheOneRoundModelOnRandomCases) {
+    using tavik::aesModes::path;
+#if defined(__x86_64__)
+    const bool aes = __builtin_cpu_supports("aes") && std::getenv("TAVIK_AES_SOFTWARE") == nullptr;
+    const path cpu = aes                               ? path::aesInstructions
+                     : __builtin_cpu_supports("ssse3") ? path::vectorPermute
+                                                       : path::tables;
+#else
+    const path cpu = path::tables;
+#endif
     std::mt19937 rng(20240611);
     auto randomBytes = [&rng](size_t n) {
         bytes out(n);
         for (auto& b : out) b = static_cast<uint8_t>(rng());
         return out;
     };
-    REALAES engine;
-    tavik::AES one;
-    for (int i = 0; i < 1000; ++i) {
-        // Now and then a partial last block: only whole blocks are enciphered, the rest zeroed.
-        // The buffers are exactly n bytes, so AddressSanitizer sees any access past them.
-        size_t n = 16 * (2 + rng() % 8) + (i % 8 ? 0 : 1 + rng() % 15);
+    for (int i = 0; i < 300; ++i) {
+        size_t n = 16 * (1 + rng() % 40) + (i % 4 ? 0 : 1 + rng() % 15), whole = n / 16 * 16;
+        uint32_t split = 16 * (rng() % (n / 16 + 1));
         bytes key = randomBytes(16), iv = randomBytes(16), plain = randomBytes(n);
-        bytes first(plain.begin(), plain.begin() + 16), block(16), input = plain;
-        bytes out(n, 0xAA), back(n, 0xAA), ecb = openssl(EVP_aes_128_ecb(), key, {}, first);
-        bytes cbc = openssl(EVP_aes_128_cbc(), key, iv, plain), whole = plain;
-        cbc.resize(n, 0);
-        std::fill(whole.begin() + n / 16 * 16, whole.end(), 0);
-        engine.setKey(key.data());
-        engine.AES128_ECB_encrypt(first.data(), block.data());
-        ASSERT_EQ(block, ecb) << "round " << i;
-        engine.AES128_CBC_encrypt_buffer(out.data(), input.data(), n, iv.data());
-        ASSERT_EQ(out, cbc) << "round " << i;
-        engine.AES128_CBC_decrypt_buffer(back.data(), out.data(), n, iv.data());
-        ASSERT_EQ(back, whole) << "round " << i;
-
-        one.setKey(key.data());
-        one.AES128_ECB_encrypt(first.data(), block.data());
-        ASSERT_NE(block, ecb) << "round " << i;
-        input = plain;
-        one.AES128_CBC_encrypt_buffer(out.data(), input.data(), n, iv.data());
-        one.AES128_CBC_decrypt_buffer(back.data(), out.data(), n, iv.data());
-        ASSERT_EQ(back, whole) << "round " << i;
+        bytes zeroed = plain, oneEcb, oneCbc, chained(16);
+        std::fill(zeroed.begin() + whole, zeroed.end(), 0);
+        auto expected = [&](bytes ecb, bytes cbc) {
+            bytes xored = plain;
+            for (size_t j = 0; j < whole; ++j) xored[j] ^= j < 16 ? iv[j] : cbc[j - 16];
+            ecb.resize(n, 0);
+            cbc.resize(n, 0);
+            return outcome{ecb, zeroed, bytes(ecb.begin(), ecb.begin() + 16), cbc, xored, zeroed};
+        };
+        for (size_t b = 0; b < whole; b += 16) {
+            bytes block = oneRound(key, &plain[b]);
+            oneEcb.insert(oneEcb.end(), block.begin(), block.end());
+            for (size_t j = 0; j < 16; ++j) chained[j] = plain[b + j] ^ (b ? oneCbc[b - 16 + j] : iv[j]);
+            block = oneRound(key, chained.data());
+            oneCbc.insert(oneCbc.end(), block.begin(), block.end());
+        }
+        outcome real = expected(openssl(EVP_aes_128_ecb(), key, {}, plain),
+                                openssl(EVP_aes_128_cbc(), key, iv, plain));
+        outcome one = expected(oneEcb, oneCbc);
+        ASSERT_NE(real[0], one[0]);
+        for (path limit : {path::aesInstructions, path::vectorPermute, path::tables}) {
+            tavik::aesModes::limitPath(limit);
+            ASSERT_EQ(tavik::aesModes::fastestPath(), std::max(cpu, limit));
+            std::string where = "round " + std::to_string(i) + " path " +
+                                std::to_string(static_cast<int>(limit));
+            ASSERT_EQ(run<REALAES>(key, iv, plain, split), real) << where;
+            ASSERT_EQ(run<tavik::AES>(key, iv, plain, split), one) << where;
+        }
     }
+    tavik::aesModes::limitPath(path::aesInstructions);
 }
 
 }  // namespace

@@ -31,13 +31,17 @@ bytes run(Wrapper& w, bool encrypt, bytes data) {
     return take(encrypt ? w.encrypt(&view) : w.decrypt(&view));
 }
 
-// The data zero-padded to whole blocks and enciphered block by block by the engine itself.
+// The data zero-padded to whole blocks and enciphered (or deciphered) block by block by the
+// engine itself.
 template <class Engine>
-bytes ecb(const uint8_t* key, bytes data) {
+bytes ecb(const uint8_t* key, bytes data, bool encrypt = true) {
     Engine engine;
     engine.setKey(key);
     data.resize((data.size() + 15) / 16 * 16, 0);
-    for (size_t i = 0; i < data.size(); i += 16) engine.AES128_ECB_encrypt(&data[i], &data[i]);
+    for (size_t i = 0; i < data.size(); i += 16) {
+        encrypt ? engine.AES128_ECB_encrypt(&data[i], &data[i])
+                : engine.AES128_ECB_decrypt(&data[i], &data[i]);
+    }
     return data;
 }
 
@@ -59,6 +63,7 @@ TEST(CipherWrapperTest, EncryptsZeroPaddedWholeBlocksInEcbWithTextKeysZeroFilled
         EXPECT_EQ(run(light, true, data), ecb<tavik::AES>(filled, data)) << n;
         EXPECT_EQ(run(light, false, run(light, true, data)), padded) << n;
         EXPECT_EQ(run(real, true, data), ecb<tavik::REALAES>(filled, data)) << n;
+        EXPECT_EQ(run(real, false, data), ecb<tavik::REALAES>(filled, data, false)) << n;
         EXPECT_EQ(run(real, false, run(real, true, data)), padded) << n;
     }
     bytes block(16, 'x');
