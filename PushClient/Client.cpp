@@ -21,3 +21,7 @@ void Client::onAuthResult(bool passed, const char* token) {
 void Client::onReceive(const char* message) {
     pushClient->onReceive(message);
 }
+
+void Client::onTick() {
+    pushClient->onTick();
+}

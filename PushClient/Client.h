@@ -17,6 +17,7 @@ public:
     virtual void onError(const char* message) override;
     virtual void onAuthResult(bool passed, const char* token) override;
     virtual void onReceive(const char* message) override;
+    virtual void onTick() override;
 
     PushClient* pushClient;
 };

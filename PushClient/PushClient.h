@@ -19,6 +19,10 @@ public:
         (void)token;
     }
     virtual void onReceive(const char* message) = 0;
+    // Raised on the receive thread after each of its read waits, so at least once a second
+    // while the connection is quiet (and more often while data flows): a sign that the thread
+    // is alive, for a watchdog.
+    virtual void onTick() {}
 
     bool connect(const char* serverAddress, int port, const char* domain, const char* userId,
                  const char* loginParam);

@@ -55,6 +55,9 @@ public:
     virtual void onError(const char* message) = 0;
     virtual void onAuthResult(bool passed, const char* token) = 0;
     virtual void onReceive(const char* message) = 0;
+    // After each read wait of the receive thread: at least once a second while it lives and
+    // reads. Nothing else follows from it.
+    virtual void onTick() {}
 
     tavik::string serverAddress;
     tavik::string domain;

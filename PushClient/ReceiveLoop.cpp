@@ -98,6 +98,7 @@ BasePushClient::readOutcome BasePushClient::readFully(const byteSource& source, 
             onDisconnected();
             return readEnded;
         }
+        onTick();
         if (got == tavik::sErrTimeout && !stopRequested) {
             continue;
         }

@@ -6,6 +6,7 @@
 
 #include "hoxen/daily_log.h"
 #include "hoxen/process_control.h"
+#include "hoxen/service_status.h"
 
 namespace {
 const size_t kLineSize = 128;
@@ -15,9 +16,17 @@ Push::Push() : ip{}, domain{}, id{}, pw{}, port(0) {}
 
 Push::~Push() {}
 
+bool Push::tryConnect() {
+    long attempt = service_connect_attempt();
+    if (!connect(ip, port, domain, id, pw))
+        return false;
+    service_connected(attempt);
+    return true;
+}
+
 void Push::_reconnect(char* warning) {
     // A reconnection that succeeds at once leaves no trace in the log.
-    while (!connect(ip, port, domain, id, pw)) {
+    while (!tryConnect()) {
         log(warning);
         sleep(1);
     }
@@ -47,12 +56,18 @@ void Push::onAuthResult(bool passed, const char* token) {
 }
 
 void Push::onReceive(const char* message) {
+    service_message_received();
     printf("Recevied Msg: %s\r\n", message != nullptr ? message : "");
     fflush(stdout);
     // Every message asks for a manual integrity check, whatever its text; the text
     // itself never reaches the shell.
     start_integrity_check();
+    service_checker_launched();
     char buff[kLineSize];
     snprintf(buff, sizeof(buff), "[INFO] recieve message(%s)", "manual integrity check");
     log(buff);
+}
+
+void Push::onTick() {
+    service_tick();
 }

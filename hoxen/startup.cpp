@@ -12,6 +12,7 @@
 #include "hoxen/daily_log.h"
 #include "hoxen/heartbeat.h"
 #include "hoxen/push_handlers.h"
+#include "hoxen/service_status.h"
 
 std::atomic<bool> stopRequested{false};
 long mem_seq = 0;
@@ -74,7 +75,9 @@ int hoxen_main(int argc, char** argv) {
     copy_field(push.id, deviceId);
     copy_field(push.pw, kLoginParam);
 
-    while (!push.connect(push.ip, push.port, push.domain, push.id, push.pw)) {
+    // Ready before the first connect: a box whose server is out of reach has still started.
+    service_ready(push.ip, push.port);
+    while (!push.tryConnect()) {
         puts("Can't connect with the server\r");
         fflush(stdout);
         sleep(1);

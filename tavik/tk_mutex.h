@@ -1,5 +1,5 @@
 // Mutual exclusion: plain non-recursive POSIX mutexes and scoped guards.
-//   mutex (__mutex)        a mutex object; lock()/unlock().
+//   mutex (__mutex)        a mutex object; lock()/unlock()/tryLock().
 //   _objBlocking           locks a mutex for the rest of a scope.
 //   mutex4obj<T>           mixin giving each T object its own mutex;
 //                          mutex4obj<T>::blocking locks an object for a scope.
@@ -22,6 +22,8 @@ public:
 
     void lock() { pthread_mutex_lock(&_mutex); }
     void unlock() { pthread_mutex_unlock(&_mutex); }
+    // Takes the mutex only when it is free at once; true when taken.
+    bool tryLock() { return pthread_mutex_trylock(&_mutex) == 0; }
 
     pthread_mutex_t _mutex;
 };

@@ -10,35 +10,6 @@
 
 namespace tavik {
 
-namespace {
-
-// Reads one line, its line feed included, into line (lineLimit + 2 bytes). A line with more
-// than lineLimit characters before its line feed is read to its end and reported through
-// tooLong, with line left empty. Returns false at the end of the file.
-bool readLine(FILE* file, char* line, bool* tooLong) {
-    size_t n = 0;
-    size_t characters = 0;
-    int c = EOF;
-    *tooLong = false;
-    while ((c = getc(file)) != EOF) {
-        if (c != '\n' && ++characters > static_cast<size_t>(profile::lineLimit)) {
-            *tooLong = true;
-        } else if (!*tooLong) {
-            line[n++] = static_cast<char>(c);
-        }
-        if (c == '\n') {
-            break;
-        }
-    }
-    if (*tooLong) {
-        n = 0;
-    }
-    line[n] = '\0';
-    return c != EOF || characters > 0;
-}
-
-}  // namespace
-
 profile::profile(const char* envName, bool allowChange)
     : currentProfileSection(nullptr),
       currentProfileValue(nullptr),
@@ -83,15 +54,10 @@ int profile::load() {
         }
         return fclose(file) == 0 ? 1 : 0;
     }
-    char line[lineLimit + 2];
-    bool tooLong = false;
-    bool whole = true;
+    // A longer line comes in pieces of lineLimit bytes, each taken as a line of its own.
+    char line[lineLimit + 1];
     profileSection* current = nullptr;
-    while (readLine(file, line, &tooLong)) {
-        if (tooLong) {
-            whole = false;
-            continue;
-        }
+    while (fgets(line, sizeof line, file) != nullptr) {
         if (line[0] == '-') {
             continue;
         }
@@ -109,9 +75,8 @@ int profile::load() {
             current->appendValue(line, equals + 1);
         }
     }
-    if (ferror(file)) {
-        whole = false;
-    }
+    // A file that could not be read to its end stays unloaded, so that save never cuts it.
+    bool whole = ferror(file) == 0;
     fclose(file);
     return whole ? 1 : 0;
 }

@@ -69,9 +69,8 @@ public:
     bool loadDirect(const char* path);
 
     // Reads the file into memory, merging with what is there; a missing file is created
-    // empty. Returns 0 when the file can be neither read nor created, and also when a line
-    // is longer than lineLimit: such a line is skipped whole (none of it becomes a section
-    // or value) and the profile is left unloaded, so that save never drops it.
+    // empty. A line longer than lineLimit bytes is read as several lines of at most that
+    // many. Returns 0 when the file can be neither read nor created, or fails while read.
     int load();
     // Writes the file through "path.tmp", flushed to disk and renamed over the old file in
     // one step. Returns 0 and writes nothing unless loaded and allowed to change; returns 0
@@ -79,7 +78,7 @@ public:
     int save();
     virtual void reflush() { save(); }
 
-    // Characters a line may hold before its line feed.
+    // Bytes read as one line, its line feed included.
     static const int lineLimit = 4095;
 
     // Removing the section or value the cursor is on clears the cursor; so does replacing

@@ -3,9 +3,11 @@
 // Receiving reads ahead: one recv(2) takes up to readAheadSize bytes, and later recv() calls
 // hand out what is left of them without waiting or calling the system, so a caller reading a
 // few bytes at a time costs one system call per batch of data rather than two per call.
-// send() and recv() may run at the same time on two threads (each direction has its own lock),
-// and disconnect() may be called while another thread waits in recv(): it wakes that wait
-// at once. connect() must not race with other calls on the same object.
+// send() and recv() may run at the same time on two threads (each direction has its own lock);
+// waitForRead() takes neither lock, so it answers while another thread waits in recv().
+// disconnect() may be called while other threads are inside send(), recv() or waitForRead():
+// it wakes them at once and closes the descriptor only after they have left it, so none of
+// them uses a closed or reused descriptor. connect() must not race with other calls.
 #ifndef TAVIK_TK_SOCKET_H
 #define TAVIK_TK_SOCKET_H
 
@@ -24,6 +26,8 @@
 #include <cstring>
 #include <ctime>
 #include <memory>
+#include <mutex>
+#include <shared_mutex>
 
 #include "tavik/tk_common.h"
 #include "tavik/tk_log.h"
@@ -45,7 +49,8 @@ const int sErrTimeout = -5;
 template <class T>
 class _tempSock {
 public:
-    _tempSock() : connected(false), _sock(0), servicePort(0), _readPos(0), _readEnd(0) {
+    _tempSock()
+        : connected(false), _sock(0), servicePort(0), _readPos(0), _readEnd(0), _readAheadBytes(0) {
         memset(&addr, 0, sizeof addr);
     }
 
@@ -142,8 +147,9 @@ public:
 
     // Returns up to len bytes: those already read ahead at once, else it waits up to sec
     // seconds plus msec MILLIseconds for data and reads once. Returns the count handed out
-    // (at most len), 0 when the peer closed, -1 without a socket, -5 when nothing arrived in
-    // time. Bytes that arrived together may come out over several calls.
+    // (at most len; 0 at once for len 0 while bytes are read ahead), 0 when the peer closed,
+    // -1 without a socket, -5 when nothing arrived in time. Bytes that arrived together may
+    // come out over several calls.
     ssize_t recv(char* buf, unsigned int len, long sec, long msec) {
         if (_sock < 1) {
             return sErrDisconnected;
@@ -153,7 +159,7 @@ public:
         if (fd < 1) {
             return sErrDisconnected;
         }
-        if (_readPos < _readEnd && len > 0) {
+        if (_readPos < _readEnd) {
             return _handOut(buf, len);
         }
         if (_waitForRead(fd, sec, msec) == 0) {
@@ -177,34 +183,49 @@ public:
 
     // Waits up to sec seconds plus msec milliseconds for data: positive when readable (at
     // once when read-ahead bytes are waiting), 0 on time-out or without a socket, -1 on
-    // error. Shares the receive lock with recv().
+    // error. Takes no lock of recv(): bytes that a reader on another thread takes ahead during
+    // the wait count only when the wait ends.
     int waitForRead(long sec, long msec) {
         if (_sock < 1) {
             return 0;
         }
-        _objBlocking guard(&mtxRecv);
-        if (_readPos < _readEnd) {
+        // Held shared, this keeps disconnect() from closing the descriptor during the wait.
+        std::shared_lock<std::shared_mutex> waiting(_waiting);
+        SOCKET fd = _sock;
+        if (fd < 1) {
+            return 0;
+        }
+        if (_readAheadBytes > 0) {
             return 1;
         }
-        return _waitForRead(_sock, sec, msec);
+        int ready = _waitForRead(fd, sec, msec);
+        return ready == 0 && _readAheadBytes > 0 ? 1 : ready;
     }
 
-    // Closes the socket and drops bytes read ahead; a receive wait in progress on another
-    // thread returns at once. Waits for a send in progress to finish, so that no call uses a
-    // descriptor after it is closed.
+    // Closes the socket and drops bytes read ahead. Returns at once also while other threads
+    // are inside send(), recv() or waitForRead(): it ends their waits (a receive reads
+    // end-of-stream, a send blocked on a full buffer fails) and closes the descriptor once
+    // they have left it.
     void disconnect() {
         _objBlocking state(&mtxState);
-        SOCKET fd = _sock;
+        // Taken away first: calls that start from now on find no socket and wait for nothing.
+        SOCKET fd = _sock.exchange(0);
         if (fd != 0) {
-            // Ends a pending wait in recv() (it reads end-of-stream) so that its lock frees.
             shutdown(fd, SHUT_RD);
             _objBlocking receiving(&mtxRecv);
-            _objBlocking sending(&mtxSend);
+            // Only a send in progress has its writing side shut early: otherwise the peer
+            // sees the connection end as before, at the close.
+            if (!mtxSend.tryLock()) {
+                shutdown(fd, SHUT_WR);
+                mtxSend.lock();
+            }
+            std::unique_lock<std::shared_mutex> waiting(_waiting);
             close(fd);
-            _sock = 0;
+            mtxSend.unlock();
             // Bytes read ahead belong to the closed connection.
             _readPos = 0;
             _readEnd = 0;
+            _readAheadBytes = 0;
         }
         connected = false;
     }
@@ -228,8 +249,11 @@ protected:
         if (n > len) {
             n = len;
         }
-        memcpy(buf, _readAhead.get() + _readPos, n);
+        if (n > 0) {
+            memcpy(buf, _readAhead.get() + _readPos, n);
+        }
         _readPos += n;
+        _readAheadBytes = _readEnd - _readPos;
         return static_cast<ssize_t>(n);
     }
 
@@ -312,12 +336,16 @@ protected:
 
     // Serialises disconnect() calls; send() and recv() never take it.
     mutex mtxState;
+    // Held shared by waitForRead() during its wait, and whole by disconnect() to close.
+    std::shared_mutex _waiting;
 
     // Read-ahead bytes not yet handed out are [_readPos, _readEnd) of _readAhead, which is
-    // made by the first recv() that needs it. All three are used under mtxRecv only.
+    // made by the first recv() that needs it. All three are used under mtxRecv only;
+    // _readAheadBytes, their count, is written there and read by waitForRead() without it.
     std::unique_ptr<char[]> _readAhead;
     size_t _readPos;
     size_t _readEnd;
+    std::atomic<size_t> _readAheadBytes;
 };
 
 typedef _tempSock<nullType> socks;

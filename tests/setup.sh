@@ -8,7 +8,7 @@
 #            benchmarks and the package checks need
 set -euo pipefail
 
-base=(g++ cmake ninja-build pkg-config uuid-dev)
+base=(g++ cmake ninja-build pkg-config uuid-dev libsystemd-dev)
 case "${1:-all}" in
   demo) packages=("${base[@]}" fuse3 libfuse3-dev util-linux mount procps) ;;
   package) packages=("${base[@]}" dpkg-dev file) ;;

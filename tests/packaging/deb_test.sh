@@ -35,6 +35,7 @@ if [ "$parts" = daemon ]; then
     usr/bin/hoxen-pushserver usr/share/man/man1/hoxen-pushserver.1.gz
   dpkg-deb -e "${debs[1]}" "$work/control"
   grep -qx /etc/default/hoxen "$work/control/conffiles" || fail "defaults file is no conffile"
+  grep -q '^Depends:.*libsystemd0' "$work/control/control" || fail "hoxen does not depend on libsystemd0"
   dpkg-deb -x "${debs[1]}" "$work/root"
   unit=$work/root/lib/systemd/system/hoxen.service
   daemon=$work/root/usr/sbin/hoxen

@@ -194,10 +194,13 @@ void start_scenario(bool logging, int checkerSeconds) {
                0755);
     if (logging)
         write_file("/tmp/logging.dat", "");
+    // Output, log and timing are those of a daemon that no service manager watches.
+    unsetenv("NOTIFY_SOCKET");
 }
 
 ConnectedDaemon::ConnectedDaemon(const std::string& mountDir, std::vector<std::string> args,
-                                 int closedFd)
+                                 int closedFd, const std::vector<std::string>& launcher,
+                                 bool serverDown)
     : mountDir(mountDir) {
     std::filesystem::create_directories(mountDir);
     fuse = std::make_unique<Child>(
@@ -205,9 +208,15 @@ ConnectedDaemon::ConnectedDaemon(const std::string& mountDir, std::vector<std::s
                                  "-o", "fsname=quillo,subtype=quillo", mountDir});
     EXPECT_TRUE(wait_until([&] { return is_mount_point(mountDir); }, 10)) << mountDir;
     EXPECT_TRUE(server.listen());
+    if (serverDown)
+        server.stopListening();
     args.insert(args.begin(), {kHoxen, "127.0.0.1", std::to_string(server.port())});
+    args.insert(args.begin(), launcher.begin(), launcher.end());
     daemon = std::make_unique<Child>(args, closedFd);
-    EXPECT_TRUE(server.waitForHandshake(0, std::chrono::seconds(10), &hello)) << daemon->output();
+    if (!serverDown) {
+        EXPECT_TRUE(server.waitForHandshake(0, std::chrono::seconds(10), &hello))
+            << daemon->output();
+    }
 }
 
 ConnectedDaemon::~ConnectedDaemon() {

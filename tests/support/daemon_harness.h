@@ -70,16 +70,21 @@ double now();
 extern const char kHoxen[];          // the daemon binary of this build
 extern const char kCheckerRecord[];  // the fake integrity checker's calls, one a line
 // Starts a daemon scenario afresh: an empty log folder, no command record, no checker record,
-// and the log switch file present or not. The fake checker records "out=X err=Y args=ARGS"
-// (where its standard output and error go), then sleeps `checkerSeconds`.
+// the log switch file present or not, and no NOTIFY_SOCKET for the daemons. The fake checker
+// records "out=X err=Y args=ARGS" (where its standard output and error go), then sleeps
+// `checkerSeconds`.
 void start_scenario(bool logging, int checkerSeconds = 0);
 
 // The daemon started with `args` against its own push server on 127.0.0.1, with a quillo
 // FUSE mount (fsname and type quillo) at `mountDir`; construction waits for the handshake
-// (recorded in `hello`). Destruction ends the daemon, then the mount.
+// (recorded in `hello`). Destruction ends the daemon, then the mount. `launcher` goes in front
+// of the daemon's command line (strace, say). With `serverDown` the server keeps its port but
+// listens only once the test calls server.listen(port), and no handshake is awaited.
 struct ConnectedDaemon {
     explicit ConnectedDaemon(const std::string& mountDir,
-                             std::vector<std::string> args = {"BOX", "10"}, int closedFd = -1);
+                             std::vector<std::string> args = {"BOX", "10"}, int closedFd = -1,
+                             const std::vector<std::string>& launcher = {},
+                             bool serverDown = false);
     ~ConnectedDaemon();
     void unmount();  // removes the mount and waits for its FUSE helper to end
 

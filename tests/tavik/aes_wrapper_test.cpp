@@ -1,7 +1,9 @@
 // The cipher wrappers (aes, realaes) and hexadecimal encoding.
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <memory>
 #include <string>
 #include <vector>
@@ -72,10 +74,31 @@ TEST(CipherWrapperTest, EncryptsZeroPaddedWholeBlocksInEcbWithTextKeysZeroFilled
     EXPECT_EQ(real.decrypt(nullptr), nullptr);
 }
 
+// The key generateKey makes within second t: 16 draws of a generator seeded with t, each
+// 1 + (r / 2^31 * 93 + 33) in single precision, redrawn while it is a colon.
+std::string keyOfSecond(time_t t) {
+    srand(static_cast<unsigned>(t));
+    std::string key;
+    while (key.size() < 16) {
+        char c =
+            static_cast<char>(static_cast<int>(1.0f + (rand() / 2147483648.0f * 93.0f + 33.0f)));
+        key += c == ':' ? "" : std::string(1, c);
+    }
+    return key;
+}
+
 TEST(CipherWrapperTest, StringsRoundTripThroughUpperCaseHexWithAGeneratedKey) {
-    const char* key = tavik::realaes::generateKey();
+    const char* key = nullptr;
+    for (int tries = 0; tries < 3; tries++) {  // again when the second turns in between
+        time_t t = time(nullptr);
+        std::string expected = keyOfSecond(t);
+        key = tavik::realaes::generateKey();
+        if (time(nullptr) == t) {
+            EXPECT_EQ(expected, key);
+            break;
+        }
+    }
     ASSERT_EQ(std::strlen(key), 16u);
-    EXPECT_EQ(std::strchr(key, ':'), nullptr) << key;
     tavik::realaes w;
     w.setKey(reinterpret_cast<const unsigned char*>(key));
     for (std::string s : {"", "exactly 16 bytes", "\x01\x7f\x80\xff and high bytes"}) {

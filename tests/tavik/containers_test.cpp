@@ -3,6 +3,7 @@
 #include <map>
 #include <memory>
 #include <random>
+#include <cstdlib>
 #include <cstring>
 
 #include "tavik/tk_bytebuf.h"
@@ -33,9 +34,15 @@ TEST(HashTest, PutOfExistingKeyReplacesAndFreesOwnedPartsAndOnlyNoCaseIgnoresCas
     EXPECT_FALSE(h.exist(upper));
     nocase.put(a, new Counted(&deaths));
     EXPECT_TRUE(nocase.exist(upper));
-    EXPECT_TRUE(h.remove(a));
+    nocase.put(upper, new Counted(&deaths));  // replaces, also before any lookup has sorted
     EXPECT_EQ(2, deaths);
+    EXPECT_EQ(1u, nocase.count);
+    EXPECT_TRUE(h.remove(a));
+    EXPECT_EQ(3, deaths);
     EXPECT_EQ(nullptr, h.get(a));
+    h.put(tavik::newString("A"), nullptr);
+    h.put(nullptr, nullptr);  // a null key sorts first
+    EXPECT_EQ(nullptr, h.at(0)->key);
 }
 
 TEST(HashTest, GrowsWhenCountReachesSizeMinusOneAndReservesRoomAhead) {
@@ -58,9 +65,12 @@ TEST(HashTest, AgreesWithStdMapOverRandomOperations) {
     std::map<long long, long long> model;
     std::mt19937 rng(7);
     for (int i = 0; i < 20000; ++i) {
-        long long k = rng() % 3000;
-        unsigned op = rng() % 3;
-        if (op == 0) {
+        long long k = static_cast<long long>(rng() % 3000) - 1500;
+        unsigned op = rng() % 100 < 99 ? rng() % 3 : 3;
+        if (op == 3) {
+            h.removeAll();
+            model.clear();
+        } else if (op == 0) {
             h.put(k, new long long(i));
             model[k] = i;
         } else if (op == 1) {
@@ -71,7 +81,16 @@ TEST(HashTest, AgreesWithStdMapOverRandomOperations) {
             EXPECT_EQ(it == model.end() ? -1 : it->second, v ? *v : -1) << "key " << k;
         }
     }
-    EXPECT_EQ(model.size(), h.count);
+    // In key order, also after sorting with the context-free callbacks, which reach the hash
+    // through each record; searching with them finds what search() finds.
+    std::qsort(h._data, h.count, sizeof *h._data, tavik::defaultHashkeyCompare);
+    size_t i = 0;
+    for (auto& [k, v] : model) {
+        EXPECT_EQ(h.search(k), std::bsearch(&k, h._data, h.count, sizeof *h._data,
+                                            tavik::defaultHashkeyCompare4search));
+        ASSERT_EQ(k, h.at(i++)->key);
+    }
+    EXPECT_EQ(nullptr, h.at(i));
 }
 
 TEST(ListTest, CopiesTextsIntoItsItemsAndRemovesTheFirstItemHoldingData) {

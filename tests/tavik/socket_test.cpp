@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <string>
 #include <thread>
@@ -74,12 +75,16 @@ TEST_F(SocketTest, SendLengthsRecvLimitsAndReadAhead) {
     // without waiting (a wait of 0 would give -5), and still after the peer has closed.
     ASSERT_EQ(10, ::send(peer, "0004abcdef", 10, 0));
     EXPECT_EQ("0004", take(4, 1));
+    EXPECT_EQ(0, s.recv(buf, 0, 1, 0));  // readable at once, so no wait and no -5
     EXPECT_EQ(-1, ::recv(s._sock.load(), buf, 1, MSG_PEEK | MSG_DONTWAIT));
-    EXPECT_GT(s.waitForRead(0, 0), 0);
+    start = Clock::now();
+    EXPECT_GT(s.waitForRead(5, 0), 0);
+    EXPECT_LT(secondsSince(start), 0.5);
     EXPECT_EQ("abc", take(3));
+    EXPECT_EQ("def", take(8));
+    EXPECT_EQ(0, s.waitForRead(0, 0));
     close(peer);
     peer = -1;
-    EXPECT_EQ("def", take(8));
     EXPECT_EQ("<0>", take(8, 1));
     // Sending to the closed peer fails once its reset is back; a raised SIGPIPE would end this
     // program here.
@@ -89,14 +94,9 @@ TEST_F(SocketTest, SendLengthsRecvLimitsAndReadAhead) {
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
     EXPECT_EQ(2, failures);
-
-    // The time-limited connect leaves an ordinary blocking socket behind.
-    socks timed;
-    EXPECT_EQ(1, timed.connect("127.0.0.1", server.port, 0, 500000));
-    EXPECT_EQ(0, fcntl(timed._sock.load(), F_GETFL) & O_NONBLOCK);
 }
 
-TEST_F(SocketTest, DisconnectDropsBufferedBytesAndConnectsLeakNoDescriptor) {
+TEST_F(SocketTest, HostsResolveConnectsLeakNoDescriptorAndPendingTimedConnectsCountAsMade) {
     LoopbackPort refused(false);
     ASSERT_EQ(6, ::send(peer, "abcdef", 6, 0));
     EXPECT_EQ("ab", take(2, 1));
@@ -105,12 +105,30 @@ TEST_F(SocketTest, DisconnectDropsBufferedBytesAndConnectsLeakNoDescriptor) {
     EXPECT_EQ("<-1>", take(2));
     EXPECT_EQ(tavik::sErrDisconnected, s.send("x", 0));
     EXPECT_EQ(0, s.waitForRead(0, 0));
-    for (int i = 0; i < 3; i++) {
-        EXPECT_EQ(0, s.connect("127.0.0.1", refused.port));
-    }
-    {
-        socks failed;
-        EXPECT_EQ(0, failed.connect(nullptr, refused.port));
+    EXPECT_EQ(0, s.connect("127.0.0.1", refused.port));
+    // A name is looked up; a text starting with a digit is an address as it stands (this one
+    // is none, and is never looked up); null is 127.0.0.1.
+    const struct {
+        const char* host;
+        unsigned int port;
+        int result;
+    } cases[] = {{nullptr, server.port, 1},
+                 {"localhost", server.port, 1},
+                 {"127.0.0.1", server.port, 1},
+                 {"127.0.0.1x", server.port, 0},
+                 {"127.0.0.1", refused.port, 0}};
+    for (auto& c : cases) {
+        for (bool timed : {false, true}) {
+            socks t;
+            EXPECT_EQ(c.result, timed ? t.connect(c.host, c.port, 1, 0) : t.connect(c.host, c.port))
+                << (c.host ? c.host : "null") << " " << c.port << (timed ? " timed" : "");
+            if (c.result == 1) {
+                EXPECT_EQ(htonl(INADDR_LOOPBACK), t.addr.sin_addr.s_addr);
+                EXPECT_EQ(htons(c.port), t.addr.sin_port);
+                EXPECT_EQ(0, fcntl(t._sock.load(), F_GETFL) & O_NONBLOCK);
+                close(server.accept());
+            }
+        }
     }
     // A new connection starts with nothing buffered; connecting it again closes it and fails.
     ASSERT_EQ(1, s.connect(nullptr, server.port));
@@ -122,13 +140,46 @@ TEST_F(SocketTest, DisconnectDropsBufferedBytesAndConnectsLeakNoDescriptor) {
     EXPECT_EQ(0, ::recv(other, &c, 1, 0));
     close(other);
     EXPECT_EQ(before, openDescriptors());
+
+    // A listener with a full queue drops further attempts: one still pending when the limit
+    // (in microseconds) passes is reported connected.
+    LoopbackPort full(false);
+    ASSERT_EQ(0, listen(full.fd, 0));
+    socks first, pending;
+    ASSERT_EQ(1, first.connect(nullptr, full.port, 1, 0));
+    Clock::time_point start = Clock::now();
+    EXPECT_EQ(1, pending.connect(nullptr, full.port, 0, 300000));
+    EXPECT_GT(secondsSince(start), 0.25);
+    EXPECT_LT(secondsSince(start), 1.0);
+    EXPECT_TRUE(pending.connected);
 }
 
-TEST_F(SocketTest, DisconnectWakesPendingRecv) {
-    // Each wait could last 5 s: only disconnect ends it early. The reader's next recv runs
-    // while disconnect closes the descriptor, and must never use it after the close.
+TEST_F(SocketTest, WaitForReadAnswersBesideAReaderAndDisconnectEndsSendsAndWaits) {
+    // A receive waits up to 5 s, and a send is blocked on a full buffer (the peer reads
+    // nothing until disconnect has returned, or for 3 s).
+    std::vector<char> big(64 << 20);
+    std::atomic<bool> done(false);
+    std::thread sender([&] { EXPECT_LT(s.send(big.data(), big.size()), ssize_t(big.size())); });
+    std::thread receiver([this] { take(1, 5); });
+    std::thread drain([&] {
+        for (int i = 0; i < 300 && !done; i++)
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        while (::recv(peer, big.data(), 65536, 0) > 0) {
+        }
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    Clock::time_point start = Clock::now();
+    EXPECT_EQ(0, s.waitForRead(0, 0));
+    EXPECT_LT(secondsSince(start), 0.5);
+    s.disconnect();
+    EXPECT_LT(secondsSince(start), 1.0);
+    done = true;
+    for (std::thread* t : {&sender, &receiver, &drain}) t->join();
+
+    // Each wait could last 5 s: only disconnect ends it early. The next recv and waitForRead
+    // run while disconnect closes the descriptor, and must never use it after the close.
     for (int round = 0; round < 50; round++) {
-        Clock::time_point start = Clock::now();
+        start = Clock::now();
         socks waiting;
         ASSERT_EQ(1, waiting.connect(nullptr, server.port));
         int other = server.accept();
@@ -137,9 +188,14 @@ TEST_F(SocketTest, DisconnectWakesPendingRecv) {
             while (waiting.recv(buf, sizeof buf, 5, 0) != tavik::sErrDisconnected) {
             }
         });
+        std::thread watcher([&waiting] {
+            while (waiting.waitForRead(5, 0) != 0) {
+            }
+        });
         std::this_thread::sleep_for(std::chrono::milliseconds(2));
         waiting.disconnect();
         reader.join();
+        watcher.join();
         close(other);
         ASSERT_LT(secondsSince(start), 4.0);
     }
