@@ -14,6 +14,7 @@
 #include <stdexcept>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -123,9 +124,11 @@ public:
         while (!quitting && !connect("127.0.0.1", port, "BOX", "10", "L")) {
             std::this_thread::sleep_for(10ms);
         }
+        ++reconnects;
     }
     int port;
     std::atomic<bool> quitting{false};
+    std::atomic<size_t> reconnects{0};  // handlers returned, their connect() wholly done
 };
 
 // The receive loop of a session that never connected (so _disconnect returns at once) on a
@@ -179,15 +182,6 @@ std::string scripted(std::vector<std::string> steps, bool connected, std::string
            std::to_string(session.stopRequested);
 }
 
-// "result|output|bytes consumed" of utf2ansi with `capacity` bytes of output room.
-std::string utf2ansiOf(std::string in, int capacity = 64) {
-    unsigned char out[64] = {};
-    int outLen = capacity, inLen = static_cast<int>(in.size());
-    int result = utf2ansi(out, &outLen, reinterpret_cast<unsigned char*>(&in[0]), &inLen);
-    return std::to_string(result) + "|" + std::string(reinterpret_cast<char*>(out), outLen) + "|" +
-           std::to_string(inLen);
-}
-
 }  // namespace
 
 TEST(ReceiveLoopTest, ReadsFramesAndEndsEachWayWithItsOwnEvents) {
@@ -235,13 +229,24 @@ TEST(ReceiveLoopTest, ReadsFramesAndEndsEachWayWithItsOwnEvents) {
 
 // The outbound filter, ansi2utf, is checked on the wire by the handshake test.
 TEST(CharsetTest, Utf2ansiFoldsSevenBitSequencesOnly) {
-    EXPECT_EQ("-2||0", utf2ansiOf("\xc3\xa9"));
-    EXPECT_EQ("-2||0", utf2ansiOf("\xf8"));
-    EXPECT_EQ("0|A|2", utf2ansiOf("\xc1\x81"));  // overlong
-    EXPECT_EQ("0|\x03|2", utf2ansiOf("\xc3\x41"));
-    EXPECT_EQ("-2|ok|2", utf2ansiOf("ok\x80"));
-    EXPECT_EQ("0|a|1", utf2ansiOf("a\xe0\x80"));  // a 3-byte lead with one byte left
-    EXPECT_EQ("0|ab|2", utf2ansiOf("abc", 2));
+    // Input and output room, then "result|output|bytes consumed".
+    for (auto [in, room, folded] : std::initializer_list<std::tuple<std::string, int, const char*>>{
+             {"\xc3\xa9", 64, "-2||0"},
+             {"\xc2\x80", 64, "-2||0"},
+             {"\xf8", 64, "-2||0"},
+             {"\xc1\x81", 64, "0|A|2"},  // overlong
+             {"\xc3\x41", 64, "0|\x03|2"},
+             {"ok\x80", 64, "-2|ok|2"},
+             {"a\xe0\x80", 64, "0|a|1"},  // a 3-byte lead with one byte left
+             {"\xf7", 64, "0||0"},
+             {"abc", 2, "0|ab|2"}}) {
+        unsigned char out[64] = {};
+        int outLen = room, inLen = static_cast<int>(in.size());
+        const int result = utf2ansi(out, &outLen, reinterpret_cast<unsigned char*>(&in[0]), &inLen);
+        EXPECT_EQ(folded, std::to_string(result) + "|" +
+                              std::string(reinterpret_cast<char*>(out), outLen) + "|" +
+                              std::to_string(inLen));
+    }
     int outLen = 5, inLen = 5;
     unsigned char out[5];
     EXPECT_EQ(0, utf2ansi(out, &outLen, nullptr, &inLen));
@@ -350,6 +355,9 @@ TEST(PushReconnectTest, ThousandServerClosesKeepDescriptorsFlat) {
         peak = std::max(peak, openDescriptors());
     }
     ASSERT_TRUE(server.waitForHandshake(rounds, 10s));
+    // The handshake is out before connect() has set its flags: disconnecting earlier would race
+    // the last reconnect.
+    ASSERT_TRUE(hoxen_test::wait_until([&] { return app.reconnects == rounds; }, 10));
     app.quitting = true;
     app.disconnect();
     EXPECT_LE(peak, baseline + 4);  // the client's socket and the server's end, twice at most

@@ -76,7 +76,7 @@ TEST(ProcessLookup, PidsComeFromTheFirstLineThatMatchesAndIsNoGrep) {
           {"user5     4242     1", 5},
           {"0 00 000 \t", -1},
           {"abc 0012x", 12},
-          {"\xb5\xc3\xa9 77", 77}}) {
+          {"\xb5\xc3\xa9 97", 97}}) {
         EXPECT_EQ(getIntPid(&text[0]), pid) << text;
     }
     std::string digits(300, '7');
