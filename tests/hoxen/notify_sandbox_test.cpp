@@ -71,14 +71,17 @@ TEST(Notify, ReadyBeforeTheFirstConnectThenStatusAndWatchdogFollowTheConnection)
     start_scenario(true);
     NotifySocket notify("/tmp/notify.sock");
     // strace holds each write of the daemon's main thread 300 ms: the banner takes more than a
-    // second to log. The server listens only later.
+    // second to log. The server listens only later. The address fills its 127-character field
+    // (inet_addr reads up to the blank) and is reported whole.
+    const std::string ip = "127.0.0.1" + std::string(117, ' ') + "x";
     ConnectedDaemon run("/tmp/notify/mnt", {"BOX", "10"}, -1,
                         {"/usr/bin/strace", "-qq", "-o", "/dev/null", "-e", "trace=write", "-e",
-                         "inject=write:delay_enter=300000"},
+                         "inject=write:delay_enter=300000", "/bin/sh", "-c",
+                         "exec \"$0\" '" + ip + "' \"$2\" \"$3\" \"$4\""},
                         true);
     unsetenv("NOTIFY_SOCKET");
     pushserver::PushServer& server = run.server;
-    const std::string to = " to 127\\.0\\.0\\.1:" + std::to_string(server.port());
+    const std::string to = " to 127\\.0\\.0\\.1 {117}x:" + std::to_string(server.port());
     const std::string none = "; messages 0, checker launches 0\\|";
     const std::string when = "(\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d)";
     // Two attempts in a row, each a watchdog ping with the attempts counted.
