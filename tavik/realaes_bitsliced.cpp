@@ -6,8 +6,8 @@
 //
 // Eight blocks are held as eight registers, one per bit of a byte: bit b of byte (row, column)
 // of block j is bit j of byte 4 * row + column of register b. A byte-wise function is then a
-// circuit over the eight registers (aes_sbox_circuits.h), ShiftRows turns bytes within each
-// 32-bit row, and MixColumns' "same column, next row" turns the whole register by 32 bits.
+// circuit over the eight registers (aes_sbox_circuits.h), and the rest are byte shuffles
+// within each register.
 // The round keys are spread into bit planes once per call. ECB and CBC decryption go through
 // here; CBC encryption (one block after the other) and the blocks left over after the groups
 // go to the vector-permute kernels.
@@ -54,13 +54,8 @@ constexpr int lanes = 16;
                          reinterpret_cast<__m128i*>(out + 16 * j), x);
 }
 
-[[gnu::always_inline]] inline vec shuffle(vec x, __m128i order) {
-    return _mm256_shuffle_epi8(x, bytes(order));
-}
-
-template <int imm>
-[[gnu::always_inline]] inline vec rotateWords(vec x) {
-    return _mm256_shuffle_epi32(x, imm);
+[[gnu::always_inline]] inline vec shuffle(vec x, vec order) {
+    return _mm256_shuffle_epi8(x, order);
 }
 
 template <int n>
@@ -94,13 +89,8 @@ constexpr int lanes = 8;
     _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 16 * j), x);
 }
 
-[[gnu::always_inline]] inline vec shuffle(vec x, __m128i order) {
+[[gnu::always_inline]] inline vec shuffle(vec x, vec order) {
     return _mm_shuffle_epi8(x, order);
-}
-
-template <int imm>
-[[gnu::always_inline]] inline vec rotateWords(vec x) {
-    return _mm_shuffle_epi32(x, imm);
 }
 
 template <int n>
@@ -121,27 +111,52 @@ template <int n>
 
 using planes = vec[8];
 
-// Byte orders: the block in memory (column by column) to rows, which is its own inverse, and
-// ShiftRows and its inverse on rows.
-[[gnu::always_inline]] inline vec byRows(vec x) {
-    return shuffle(x, _mm_setr_epi8(0, 4, 8, 12, 1, 5, 9, 13, 2, 6, 10, 14, 3, 7, 11, 15));
+// Rows are never shifted in the registers: after t ShiftRows (t counted mod 4) byte (row, col)
+// of the state sits at column col + t * row of its row, and the byte orders below follow
+// that. Each is a table of 32 bytes, one 16-byte order repeated for both halves of an AVX2
+// register.
+struct order {
+    alignas(32) int8_t byte[32];
+};
+
+// Every byte takes the byte rows further down the same column of the state.
+constexpr order rowsDown(int rows, int t) {
+    order o{};
+    for (int q = 0; q < 32; ++q) {
+        int row = q % 16 / 4, col = q % 4;
+        o.byte[q] = static_cast<int8_t>(4 * ((row + rows) & 3) + ((col + rows * t) & 3));
+    }
+    return o;
 }
 
-[[gnu::always_inline]] inline vec shiftRows(vec x) {
-    return shuffle(x, _mm_setr_epi8(0, 1, 2, 3, 5, 6, 7, 4, 10, 11, 8, 9, 15, 12, 13, 14));
+// Between a block in memory (column by column) and the registers' rows after t shifts.
+constexpr order fromMemory(int t) {
+    order o{};
+    for (int q = 0; q < 32; ++q) {
+        int row = q % 16 / 4, col = q % 4;
+        o.byte[q] = static_cast<int8_t>(4 * ((col - t * row) & 3) + row);
+    }
+    return o;
 }
 
-[[gnu::always_inline]] inline vec invShiftRows(vec x) {
-    return shuffle(x, _mm_setr_epi8(0, 1, 2, 3, 7, 4, 5, 6, 10, 11, 8, 9, 13, 14, 15, 12));
+constexpr order toMemory(int t) {
+    order o{};
+    for (int m = 0; m < 32; ++m) {
+        int col = m % 16 / 4, row = m % 4;
+        o.byte[m] = static_cast<int8_t>(4 * row + ((col + t * row) & 3));
+    }
+    return o;
 }
 
-// Row r + 1 (and r + 2) of the same column, in every byte.
-[[gnu::always_inline]] inline vec nextRow(vec x) {
-    return rotateWords<0x39>(x);
-}
+constexpr order nextRow[4] = {rowsDown(1, 0), rowsDown(1, 1), rowsDown(1, 2), rowsDown(1, 3)};
+constexpr order rowAfterNext[4] = {rowsDown(2, 0), rowsDown(2, 1), rowsDown(2, 2),
+                                   rowsDown(2, 3)};
+constexpr order keyOrder[4] = {fromMemory(0), fromMemory(1), fromMemory(2), fromMemory(3)};
+// Both directions end after ten (inverse) shifts: t = 2 either way.
+constexpr order blockOrder = fromMemory(0), outputOrder = toMemory(2);
 
-[[gnu::always_inline]] inline vec rowAfterNext(vec x) {
-    return rotateWords<0x4e>(x);
+[[gnu::always_inline]] inline vec reorder(vec x, const order& o) {
+    return shuffle(x, *reinterpret_cast<const vec*>(o.byte));
 }
 
 // Swaps bit p + n of low with bit p of high, for the bit positions p in mask.
@@ -164,20 +179,22 @@ template <int n>
 }
 
 // The round keys in bit planes, every block's bit alike: a byte of plane b is 0xff where the
-// key byte has bit b set. The S-box constant 0x63 is folded into the keys next to SubBytes
-// (MixColumns and ShiftRows keep a constant in every byte as it is).
+// key byte has bit b set, in the byte order of the round that adds the key (key r comes after
+// r shifts when enciphering, after 10 - r inverse shifts when deciphering). The S-box
+// constant 0x63 is folded into the keys next to SubBytes (MixColumns keeps a constant in
+// every byte as it is).
 struct schedule {
     planes k[Nr + 1];
 };
 
-schedule keyPlanes(const uint8_t* roundKey) {
+schedule keyPlanes(const uint8_t* roundKey, bool encipher) {
     schedule s;
     for (int r = 0; r <= Nr; ++r) {
         __m128i key = _mm_loadu_si128(reinterpret_cast<const __m128i*>(roundKey + 16 * r));
         if (r > 0) {
             key = _mm_xor_si128(key, _mm_set1_epi8(0x63));
         }
-        const vec k = byRows(bytes(key));
+        const vec k = reorder(bytes(key), keyOrder[(encipher ? r : r + 2) & 3]);
 #pragma GCC unroll 8
         for (int b = 0; b < 8; ++b) {
             const vec bit = bytes(_mm_set1_epi8(static_cast<char>(1 << b)));
@@ -195,44 +212,43 @@ schedule keyPlanes(const uint8_t* roundKey) {
 // 2 a0 + 3 a1 + a2 + a3 for each byte, ak being the byte k rows further down its column: with
 // t = a0 + a1 that is 2 t + a1 + (a2 + a3). Doubling moves every bit up one plane and adds
 // the top bit at the bits of 0x1b.
-[[gnu::always_inline]] inline void mixColumns(planes& x) {
+[[gnu::always_inline]] inline void mixColumns(planes& x, int shifts) {
     vec next[8], t[8];
 #pragma GCC unroll 8
     for (int b = 0; b < 8; ++b) {
-        next[b] = nextRow(x[b]);
+        next[b] = reorder(x[b], nextRow[shifts]);
         t[b] = x[b] ^ next[b];
     }
 #pragma GCC unroll 8
-    for (int b = 0; b < 8; ++b) x[b] = next[b] ^ rowAfterNext(t[b]) ^ t[(b + 7) & 7];
+    for (int b = 0; b < 8; ++b) {
+        x[b] = next[b] ^ reorder(t[b], rowAfterNext[shifts]) ^ t[(b + 7) & 7];
+    }
     x[1] ^= t[7];
     x[3] ^= t[7];
     x[4] ^= t[7];
 }
 
 // InvMixColumns is MixColumns after multiplying each column by 4 x^2 + 5: a0 + 4 (a0 + a2).
-[[gnu::always_inline]] inline void invMixColumns(planes& x) {
+[[gnu::always_inline]] inline void invMixColumns(planes& x, int shifts) {
     vec u[8];
 #pragma GCC unroll 8
-    for (int b = 0; b < 8; ++b) u[b] = x[b] ^ rowAfterNext(x[b]);
+    for (int b = 0; b < 8; ++b) u[b] = x[b] ^ reorder(x[b], rowAfterNext[shifts]);
     const vec u67 = u[6] ^ u[7];
     const vec times4[8] = {u[6],       u67,         u[0] ^ u[7], u[1] ^ u[6],
                            u[2] ^ u67, u[3] ^ u[7], u[4],        u[5]};
 #pragma GCC unroll 8
     for (int b = 0; b < 8; ++b) x[b] ^= times4[b];
-    mixColumns(x);
+    mixColumns(x, shifts);
 }
 
 [[gnu::always_inline]] inline void encryptPlanes(const schedule& s, planes& x) {
     addRoundKey(x, s.k[0]);
-    for (int r = 1;; ++r) {
+    for (int r = 1; r < Nr; ++r) {
         circuit::subBytes(x);
-#pragma GCC unroll 8
-        for (int b = 0; b < 8; ++b) x[b] = shiftRows(x[b]);
-        if (r == Nr)
-            break;
-        mixColumns(x);
+        mixColumns(x, r & 3);
         addRoundKey(x, s.k[r]);
     }
+    circuit::subBytes(x);
     addRoundKey(x, s.k[Nr]);
 }
 
@@ -240,22 +256,20 @@ schedule keyPlanes(const uint8_t* roundKey) {
 // then InvMixColumns, so the round keys need no transformation.
 [[gnu::always_inline]] inline void decryptPlanes(const schedule& s, planes& x) {
     addRoundKey(x, s.k[Nr]);
-    for (int r = Nr - 1;; --r) {
-#pragma GCC unroll 8
-        for (int b = 0; b < 8; ++b) x[b] = invShiftRows(x[b]);
+    for (int r = Nr - 1; r > 0; --r) {
         circuit::invSubBytes(x);
         addRoundKey(x, s.k[r]);
-        if (r == 0)
-            break;
-        invMixColumns(x);
+        invMixColumns(x, (r + 2) & 3);
     }
+    circuit::invSubBytes(x);
+    addRoundKey(x, s.k[0]);
 }
 
 // One group of blocks from in, transformed, in registers by block again.
 template <bool encipher>
 [[gnu::always_inline]] inline void group(const schedule& s, planes& x, const uint8_t* in) {
 #pragma GCC unroll 8
-    for (int j = 0; j < 8; ++j) x[j] = byRows(loadBlocks(in, j));
+    for (int j = 0; j < 8; ++j) x[j] = reorder(loadBlocks(in, j), blockOrder);
     transpose(x);
     if (encipher) {
         encryptPlanes(s, x);
@@ -264,13 +278,13 @@ template <bool encipher>
     }
     transpose(x);
 #pragma GCC unroll 8
-    for (int j = 0; j < 8; ++j) x[j] = byRows(x[j]);
+    for (int j = 0; j < 8; ++j) x[j] = reorder(x[j], outputOrder);
 }
 
 template <bool encipher>
 void ecb(const uint8_t* roundKey, uint8_t* out, const uint8_t* in, size_t blocks) {
     if (blocks >= lanes) {
-        const schedule s = keyPlanes(roundKey);
+        const schedule s = keyPlanes(roundKey, encipher);
         for (; blocks >= lanes; blocks -= lanes, in += 16 * lanes, out += 16 * lanes) {
             planes x;
             group<encipher>(s, x, in);
@@ -296,7 +310,7 @@ void cbcDecrypt(const uint8_t* roundKey, uint8_t* out, const uint8_t* in, size_t
     uint8_t chain[16];
     std::memcpy(chain, iv, 16);
     if (blocks >= lanes) {
-        const schedule s = keyPlanes(roundKey);
+        const schedule s = keyPlanes(roundKey, false);
         for (; blocks >= lanes; blocks -= lanes, in += 16 * lanes, out += 16 * lanes) {
             planes x;
             group<false>(s, x, in);
