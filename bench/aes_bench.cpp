@@ -2,8 +2,8 @@
 // in MB/s, with the ratios of the medians printed at the end:
 //   realaes_hw, aes_hw   the engines on the CPU's AES instructions (where it has them)
 //   realaes_sw           REALAES without AES instructions, at its best on this CPU: bitsliced
-//                        in AVX2 registers where it has AVX2 (ECB, CBC decryption), SSSE3
-//                        byte shuffles for CBC encryption
+//                        in AVX2 registers where it has AVX2 (ECB, CBC decryption), byte
+//                        shuffles in VEX encoding for CBC encryption
 //   realaes_ssse3        the same on SSE registers alone, as on CPUs without AVX2
 //   realaes_tables       REALAES on table lookups, as on CPUs without SSSE3
 //   aes_sw               AES without AES instructions: S-box lookups

@@ -41,16 +41,18 @@ enum class path { aesInstructions, avx2, ssse3, tables };
 
 // The kernels built for the CPU's AES instructions, for 1 or 10 rounds, and REALAES's kernels
 // for AVX2 and for SSSE3; null where the library was built without them (other architectures).
+// Each level has its bitsliced kernels and its byte-shuffle (vector-permute) kernels, one
+// block after the other or four side by side, for CBC encryption and for the blocks that the
+// bitsliced kernels leave over; the AVX2 copy of the latter is the same code in VEX encoding.
 const kernels* aesniKernels(int rounds);
 namespace avx2 {
 const kernels* bitslicedKernels();
-}
+const kernels* vectorPermuteKernels();
+}  // namespace avx2
 namespace ssse3 {
 const kernels* bitslicedKernels();
-}
-// REALAES's SSSE3 byte-shuffle kernels, one block after the other or four side by side: for
-// CBC encryption and for the blocks that the bitsliced kernels leave over.
 const kernels* vectorPermuteKernels();
+}  // namespace ssse3
 
 // The engine's kernels for this call: the fastest path that the CPU allows (asked once),
 // that the engine has (avx2 and ssse3 may be null) and that no limit rules out.

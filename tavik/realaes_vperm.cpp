@@ -1,8 +1,10 @@
 // REALAES's kernels for CPUs without AES instructions but with SSSE3's byte shuffle (PSHUFB),
 // which looks sixteen bytes up in a sixteen-entry table at once: CBC encryption, where each
 // block waits for the one before, and the few blocks that the bitsliced kernels leave over.
-// This file alone is compiled for SSSE3 and is entered only after aesModes::choose has found
-// it on the CPU; it includes no header with inline code shared by other files. Its timing
+// This file is compiled for SSSE3, and once more for AVX2 (realaes_vperm_avx2.cpp), where the
+// same instructions in VEX encoding save the register copies of the two-operand forms; each
+// copy is entered only after aesModes::choose has found its instructions on the CPU. It
+// includes no header with inline code shared by other files. Its timing
 // does not depend on the data (the lookups are register shuffles, not memory accesses).
 //
 // The S-box inverts in GF(2^8) seen as GF(16)^2: an element is i*s + k with i, k in GF(16)
@@ -19,12 +21,19 @@
 // and the last round puts the bytes in place.
 #include "tavik/aes_modes.h"
 
-#if defined(__x86_64__) && defined(__SSSE3__)
+#if defined(__x86_64__) && (defined(TAVIK_AES_AVX2) ? defined(__AVX2__) : defined(__SSSE3__))
 
 #include <tmmintrin.h>
 
+#if defined(TAVIK_AES_AVX2)
+#define TAVIK_AES_LEVEL avx2
+#else
+#define TAVIK_AES_LEVEL ssse3
+#endif
+
 namespace tavik {
 namespace aesModes {
+namespace TAVIK_AES_LEVEL {
 namespace {
 
 alignas(16) constexpr uint8_t reciprocal[16] = {0x80, 0x01, 0x09, 0x0e, 0x0d, 0x0b, 0x07, 0x06,
@@ -387,18 +396,25 @@ const kernels* vectorPermuteKernels() {
     return &vectorPermute;
 }
 
+}  // namespace TAVIK_AES_LEVEL
 }  // namespace aesModes
 }  // namespace tavik
 
-#else  // no SSSE3 in this build: REALAES keeps to its table kernels without AES instructions
+#else  // not built for these instructions: REALAES keeps to the kernels below them
 
 namespace tavik {
 namespace aesModes {
+#if defined(TAVIK_AES_AVX2)
+namespace avx2 {
+#else
+namespace ssse3 {
+#endif
 
 const kernels* vectorPermuteKernels() {
     return nullptr;
 }
 
+}  // namespace avx2 or ssse3
 }  // namespace aesModes
 }  // namespace tavik
 
