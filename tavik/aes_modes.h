@@ -45,6 +45,7 @@ enum class path { aesInstructions, avx2, ssse3, tables };
 // block after the other or four side by side, for CBC encryption and for the blocks that the
 // bitsliced kernels leave over; the AVX2 copy of the latter is the same code in VEX encoding.
 const kernels* aesniKernels(int rounds);
+#if defined(__x86_64__)
 namespace avx2 {
 const kernels* bitslicedKernels();
 const kernels* vectorPermuteKernels();
@@ -53,6 +54,16 @@ namespace ssse3 {
 const kernels* bitslicedKernels();
 const kernels* vectorPermuteKernels();
 }  // namespace ssse3
+#else
+namespace avx2 {
+inline const kernels* bitslicedKernels() { return nullptr; }
+inline const kernels* vectorPermuteKernels() { return nullptr; }
+}  // namespace avx2
+namespace ssse3 {
+inline const kernels* bitslicedKernels() { return nullptr; }
+inline const kernels* vectorPermuteKernels() { return nullptr; }
+}  // namespace ssse3
+#endif
 
 // The engine's kernels for this call: the fastest path that the CPU allows (asked once),
 // that the engine has (avx2 and ssse3 may be null) and that no limit rules out.

@@ -13,19 +13,14 @@
 // go to the vector-permute kernels.
 #include "tavik/aes_modes.h"
 
-#if defined(__x86_64__) && (defined(TAVIK_AES_AVX2) ? defined(__AVX2__) : defined(__SSSE3__))
+#if defined(__x86_64__)  // elsewhere REALAES keeps to its table kernels
 
 #include <immintrin.h>
 
 #include <cstring>
 
+#include "tavik/aes_kernel_level.h"
 #include "tavik/aes_sbox_circuits.h"
-
-#if defined(TAVIK_AES_AVX2)
-#define TAVIK_AES_LEVEL avx2
-#else
-#define TAVIK_AES_LEVEL ssse3
-#endif
 
 namespace tavik {
 namespace aesModes {
@@ -342,24 +337,6 @@ const kernels* bitslicedKernels() {
 }
 
 }  // namespace TAVIK_AES_LEVEL
-}  // namespace aesModes
-}  // namespace tavik
-
-#else  // not built for these instructions: REALAES keeps to the kernels below them
-
-namespace tavik {
-namespace aesModes {
-#if defined(TAVIK_AES_AVX2)
-namespace avx2 {
-#else
-namespace ssse3 {
-#endif
-
-const kernels* bitslicedKernels() {
-    return nullptr;
-}
-
-}  // namespace avx2 or ssse3
 }  // namespace aesModes
 }  // namespace tavik
 

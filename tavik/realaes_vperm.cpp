@@ -21,15 +21,11 @@
 // and the last round puts the bytes in place.
 #include "tavik/aes_modes.h"
 
-#if defined(__x86_64__) && (defined(TAVIK_AES_AVX2) ? defined(__AVX2__) : defined(__SSSE3__))
+#if defined(__x86_64__)  // elsewhere REALAES keeps to its table kernels
 
 #include <tmmintrin.h>
 
-#if defined(TAVIK_AES_AVX2)
-#define TAVIK_AES_LEVEL avx2
-#else
-#define TAVIK_AES_LEVEL ssse3
-#endif
+#include "tavik/aes_kernel_level.h"
 
 namespace tavik {
 namespace aesModes {
@@ -397,24 +393,6 @@ const kernels* vectorPermuteKernels() {
 }
 
 }  // namespace TAVIK_AES_LEVEL
-}  // namespace aesModes
-}  // namespace tavik
-
-#else  // not built for these instructions: REALAES keeps to the kernels below them
-
-namespace tavik {
-namespace aesModes {
-#if defined(TAVIK_AES_AVX2)
-namespace avx2 {
-#else
-namespace ssse3 {
-#endif
-
-const kernels* vectorPermuteKernels() {
-    return nullptr;
-}
-
-}  // namespace avx2 or ssse3
 }  // namespace aesModes
 }  // namespace tavik
 
