@@ -139,7 +139,7 @@ constexpr aesModes::kernels software = {encryptBlocks, decryptBlocks, cbcEncrypt
                                         cbcDecryptBlocks};
 
 const aesModes::kernels& kernels() {
-    return aesModes::choose(Nr, nullptr, software);
+    return aesModes::choose(Nr, nullptr, nullptr, software);
 }
 
 }  // namespace

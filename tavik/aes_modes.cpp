@@ -15,21 +15,38 @@ namespace {
 
 std::atomic<path> limit{path::aesInstructions};
 
+// The CPU has AVX2 and the system saves its registers (XCR0 bits 1 and 2).
+bool hasAvx2() {
+#if defined(__x86_64__)
+    unsigned eax = 0, ebx = 0, ecx = 0, edx = 0;
+    if (__get_cpuid(1, &eax, &ebx, &ecx, &edx) == 0 || (ecx & bit_OSXSAVE) == 0) {
+        return false;
+    }
+    unsigned xcr0 = 0, high = 0;
+    __asm__("xgetbv" : "=a"(xcr0), "=d"(high) : "c"(0));
+    return (xcr0 & 6) == 6 && __get_cpuid_count(7, 0, &eax, &ebx, &ecx, &edx) != 0 &&
+           (ebx & bit_AVX2) != 0;
+#else
+    return false;
+#endif
+}
+
 // The fastest path the CPU and the environment allow, asked once, on the first cipher call,
 // so that programs that never encipher never read the environment variable.
 path cpuPath() {
     static const path fastest = [] {
 #if defined(__x86_64__)
         unsigned eax = 0, ebx = 0, ecx = 0, edx = 0;
-        if (__get_cpuid(1, &eax, &ebx, &ecx, &edx) == 0 || (ecx & bit_SSSE3) == 0) {
+        if (__get_cpuid(1, &eax, &ebx, &ecx, &edx) == 0 || (ecx & bit_SSSE3) == 0 ||
+            ssse3::bitslicedKernels() == nullptr) {
             return path::tables;
         }
         const char* forced = std::getenv("TAVIK_AES_SOFTWARE");
         bool software = forced != nullptr && forced[0] != '\0' && std::strcmp(forced, "0") != 0;
         bool aes = (ecx & bit_AES) != 0 && (ecx & bit_SSE4_1) != 0 && aesniKernels(1) != nullptr;
-        return aes && !software                    ? path::aesInstructions
-               : vectorPermuteKernels() != nullptr ? path::vectorPermute
-                                                   : path::tables;
+        return aes && !software                                   ? path::aesInstructions
+               : hasAvx2() && avx2::bitslicedKernels() != nullptr ? path::avx2
+                                                                  : path::ssse3;
 #else
         return path::tables;
 #endif
@@ -58,12 +75,16 @@ path fastestPath() {
     return std::max(cpuPath(), limit.load(std::memory_order_relaxed));
 }
 
-const kernels& choose(int rounds, const kernels* vectorPermute, const kernels& tables) {
+const kernels& choose(int rounds, const kernels* avx2, const kernels* ssse3,
+                      const kernels& tables) {
     path p = fastestPath();
     if (p == path::aesInstructions) {
         return *aesniKernels(rounds);
     }
-    return p == path::vectorPermute && vectorPermute != nullptr ? *vectorPermute : tables;
+    if (p == path::avx2 && avx2 != nullptr) {
+        return *avx2;
+    }
+    return p <= path::ssse3 && ssse3 != nullptr ? *ssse3 : tables;
 }
 
 void limitPath(path fastest) {

@@ -34,22 +34,43 @@ struct kernels {
                        const uint8_t* iv);
 };
 
-// The paths to the kernels, fastest first: the CPU's AES instructions, SSSE3 byte shuffles
-// (REALAES only), and the engine's table lookups, which run everywhere.
-enum class path { aesInstructions, vectorPermute, tables };
+// The paths to the kernels, fastest first: the CPU's AES instructions; for REALAES, bitsliced
+// kernels in AVX2 or in SSE registers, with SSSE3 byte shuffles for what they leave; and the
+// engine's table lookups, which run everywhere.
+enum class path { aesInstructions, avx2, ssse3, tables };
 
-// The kernels built for the CPU's AES instructions, for 1 or 10 rounds, and REALAES's
-// kernels built for SSSE3; null where the library was built without them (other
-// architectures).
+// The kernels built for the CPU's AES instructions, for 1 or 10 rounds, and REALAES's kernels
+// for AVX2 and for SSSE3; null where the library was built without them (other architectures).
+// Each level has its bitsliced kernels and its byte-shuffle (vector-permute) kernels, one
+// block after the other or four side by side, for CBC encryption and for the blocks that the
+// bitsliced kernels leave over; the AVX2 copy of the latter is the same code in VEX encoding.
 const kernels* aesniKernels(int rounds);
+#if defined(__x86_64__)
+namespace avx2 {
+const kernels* bitslicedKernels();
 const kernels* vectorPermuteKernels();
+}  // namespace avx2
+namespace ssse3 {
+const kernels* bitslicedKernels();
+const kernels* vectorPermuteKernels();
+}  // namespace ssse3
+#else
+namespace avx2 {
+inline const kernels* bitslicedKernels() { return nullptr; }
+inline const kernels* vectorPermuteKernels() { return nullptr; }
+}  // namespace avx2
+namespace ssse3 {
+inline const kernels* bitslicedKernels() { return nullptr; }
+inline const kernels* vectorPermuteKernels() { return nullptr; }
+}  // namespace ssse3
+#endif
 
 // The engine's kernels for this call: the fastest path that the CPU allows (asked once),
-// that the engine has (vectorPermute may be null) and that no limit rules out.
+// that the engine has (avx2 and ssse3 may be null) and that no limit rules out.
 // TAVIK_AES_SOFTWARE set to a value other than "0" rules out the AES instructions.
-const kernels& choose(int rounds, const kernels* vectorPermute, const kernels& tables);
+const kernels& choose(int rounds, const kernels* avx2, const kernels* ssse3, const kernels& tables);
 
-// The path choose takes now for an engine that has all three.
+// The path choose takes now for an engine that has all four.
 path fastestPath();
 
 // For tests and benchmarks: no path faster than fastest is taken from the next call on

@@ -250,7 +250,8 @@ constexpr aesModes::kernels software = {encryptBlocks, decryptBlocks, cbcEncrypt
                                         cbcDecryptBlocks};
 
 const aesModes::kernels& kernels() {
-    return aesModes::choose(Nr, aesModes::vectorPermuteKernels(), software);
+    return aesModes::choose(Nr, aesModes::avx2::bitslicedKernels(),
+                           aesModes::ssse3::bitslicedKernels(), software);
 }
 
 }  // namespace

@@ -1,8 +1,8 @@
 // REALAES: the AES-128 block cipher (10 rounds), ECB on single 16-byte blocks and over
 // buffers, and CBC over buffers. Results are written into the caller's buffers; the engine
-// holds no heap memory. It uses the CPU's AES instructions where the CPU has them, SSSE3 byte
-// shuffles where it has those, and table lookups otherwise (see aes_modes.h); all give the
-// same results.
+// holds no heap memory. It uses the CPU's AES instructions where the CPU has them, bitsliced
+// AVX2 or SSE code and SSSE3 byte shuffles where it has those, and table lookups otherwise
+// (see aes_modes.h); all give the same results.
 // One object serves one thread at a time (every call writes its state and chaining pointer);
 // separate objects are independent and the tables are constant.
 #ifndef TAVIK_REALAES_H_

@@ -133,7 +133,8 @@ TEST(RealAesTest, EveryPathMatchesOpensslAndTheOneRoundModelOnRandomCases) {
 #if defined(__x86_64__)
     const bool aes = __builtin_cpu_supports("aes") && std::getenv("TAVIK_AES_SOFTWARE") == nullptr;
     const path cpu = aes                               ? path::aesInstructions
-                     : __builtin_cpu_supports("ssse3") ? path::vectorPermute
+                     : __builtin_cpu_supports("avx2")  ? path::avx2
+                     : __builtin_cpu_supports("ssse3") ? path::ssse3
                                                        : path::tables;
 #else
     const path cpu = path::tables;
@@ -168,7 +169,7 @@ TEST(RealAesTest, EveryPathMatchesOpensslAndTheOneRoundModelOnRandomCases) {
                                 openssl(EVP_aes_128_cbc(), key, iv, plain));
         outcome one = expected(oneEcb, oneCbc);
         ASSERT_NE(real[0], one[0]);
-        for (path limit : {path::aesInstructions, path::vectorPermute, path::tables}) {
+        for (path limit : {path::aesInstructions, path::avx2, path::ssse3, path::tables}) {
             tavik::aesModes::limitPath(limit);
             ASSERT_EQ(tavik::aesModes::fastestPath(), std::max(cpu, limit));
             std::string where = "round " + std::to_string(i) + " path " +
