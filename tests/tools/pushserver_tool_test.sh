@@ -16,6 +16,7 @@ fail() { echo "FAIL: $*" >&2; cat "$work/out" >&2 2>/dev/null || true; exit 1; }
 has() { for line; do grep -qxF -- "$line" "$work/out" || fail "no line: $line"; done; }
 
 start() { # tool arguments... (standard input from $input, /dev/null by default)
+  : >"$work/out"  # emptied here: the server's own redirection may come after the first look
   "$tool" --port 0 "$@" <"${input:-/dev/null}" >"$work/out" 2>&1 &
   server=$!
   for _ in $(seq 100); do
