@@ -67,6 +67,7 @@ protected:
 
 private:
     friend class jsonBuilder;
+    friend class jsonWriter;
     // A parsed scalar keeps its text right after itself; p is freed unless it points there.
     bool _inlineText = false;
 };

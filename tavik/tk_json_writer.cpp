@@ -7,27 +7,22 @@
 
 #include <vector>
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 #include "tavik/tk_common.h"
 #include "tavik/tk_json.h"
 
 namespace tavik {
 
 // A growing text buffer whose result is handed to the scratch pool. It doubles its room,
-// so a large document is written in linear time, and getDoc keeps one per thread between
-// calls, so that writing a large document again does not grow a fresh buffer.
+// so a large document is written in linear time; getDoc keeps one writer per thread, which
+// sizes each new buffer by the last document written.
 class jsonWriter {
 public:
     jsonWriter() : _buf(new char[1024]), _len(0), _cap(1024) {}
     ~jsonWriter() { delete[] _buf; }
-
-    void clear() {
-        _len = 0;
-        if (_cap > kKept) {
-            delete[] _buf;
-            _buf = new char[1024];
-            _cap = 1024;
-        }
-    }
 
     void put(char c) {
         room(1);
@@ -48,37 +43,6 @@ public:
         static const char kTabs[] = "\t\t\t\t\t\t\t\t\t";
         put(kTabs, static_cast<size_t>(count < 0 ? 0 : count > 9 ? 9 : count));
     }
-    // Text as getDoc writes it: a value has its double quotes escaped first; then TAB, CR
-    // and LF become two-character escapes and every backslash is doubled, so an escaped
-    // quote comes out as two backslashes and a quote.
-    void escaped(const char* s, bool quoteToo) {
-        if (!s) {
-            return;
-        }
-        // A run of at most 64 bytes at a time, for which there is room whatever they are.
-        const uint8_t* escapeOf = quoteToo ? kEscapes.value : kEscapes.key;
-        for (;;) {
-            room(3 * 64);
-            char* d = _buf + _len;
-            for (int k = 0; k < 64; k++, s++) {
-                uint8_t e = escapeOf[static_cast<uint8_t>(*s)];
-                if (!e) {
-                    *d++ = *s;
-                    continue;
-                }
-                if (!*s) {
-                    _len = static_cast<size_t>(d - _buf);
-                    return;
-                }
-                *d++ = '\\';
-                *d++ = static_cast<char>(e);
-                if (*s == '"') {
-                    *d++ = '"';  // \" : the quote's escape, doubled
-                }
-            }
-            _len = static_cast<size_t>(d - _buf);
-        }
-    }
     const char* text() const { return _buf; }
 
     // getDoc's writing of a node and everything under it.
@@ -90,16 +54,76 @@ public:
         _buf = nullptr;
         return g_rav[out];
     }
-    // A copy of the text, handed to the scratch pool; the buffer stays.
-    char* copyToScratch() {
-        char* out = new char[_len + 1];
-        memcpy(out, _buf, _len);
-        out[_len] = 0;
+    // getDoc: the document written into a buffer sized like the last one this writer wrote,
+    // which then goes to the scratch pool as it is, or as a fitting copy when it is far too
+    // big; writing the same kind of document again takes one allocation and no copy.
+    char* documentToScratch(jsonObject* root) {
+        delete[] _buf;
+        _cap = _lastLength + _lastLength / 64 + 2 * kStep;
+        _buf = new char[_cap];
+        _len = 0;
+        document(root);
+        _lastLength = _len;
+        put('\0');
+        char* out = _buf;
+        if (_cap - _len > _len / 4 + 256) {
+            out = new char[_len];
+            memcpy(out, _buf, _len);
+            delete[] _buf;
+        }
+        _buf = nullptr;
+        _cap = _len = 0;
         return g_rav[out];
     }
 
 private:
-    static const size_t kKept = 1 << 22;
+    // getDoc writes through a cursor d into _buf (_len is behind it until the end), asking
+    // for room before each step: enough for texts of up to kHead bytes whatever they hold.
+    static const int kHead = 16;     // bytes of a text escaped one at a time
+    static const size_t kSlack = 8;  // room left after a text, for what closes it
+    static const size_t kStep = 2 + 3 * kHead + kSlack;
+    static const size_t kAhead = 4;  // members ahead whose nodes are fetched early
+
+    char* reserve(char* d, size_t n) {
+        if (static_cast<size_t>(_buf + _cap - d) < n) {
+            _len = static_cast<size_t>(d - _buf);
+            room(n);
+            d = _buf + _len;
+        }
+        return d;
+    }
+    static char* escape(char* d, char c, uint8_t e) {
+        *d++ = '\\';
+        *d++ = static_cast<char>(e);
+        if (c == '"') {
+            *d++ = '"';  // \" : the quote's escape, doubled
+        }
+        return d;
+    }
+    // Text as getDoc writes it: a value has its double quotes escaped first; then TAB, CR
+    // and LF become two-character escapes and every backslash is doubled, so an escaped
+    // quote comes out as two backslashes and a quote. Needs room for 3 * kHead + kSlack
+    // bytes at d and leaves room for kSlack after the text.
+    char* text(char* d, const char* s, const uint8_t* escapeOf) {
+        if (!s) {
+            return d;
+        }
+        // Most texts are short: their bytes one at a time, with room for whatever they are.
+        for (int k = 0; k < kHead; k++, s++) {
+            uint8_t e = escapeOf[static_cast<uint8_t>(*s)];
+            if (!e) {
+                *d++ = *s;
+            } else if (!*s) {
+                return d;
+            } else {
+                d = escape(d, *s, e);
+            }
+        }
+        _len = static_cast<size_t>(d - _buf);
+        longText(s, strlen(s), escapeOf);
+        return _buf + _len;
+    }
+    void longText(const char* s, size_t n, const uint8_t* escapeOf);
 
     // For each byte, what follows the backslash it is written with, or 0 when it is written
     // as it is: in keys and in values (where a quote also gets one). The zero byte ends a text.
@@ -135,8 +159,8 @@ private:
     }
 
     // Writes node: a scalar or null at once, an object or array opened and pushed.
-    void value(jsonObject* node);
-    void member(const char* key, jsonObject* node);
+    char* value(char* d, jsonObject* node);
+    char* member(char* d, const char* key, jsonObject* node);
     static size_t inStep(json* j);
 
     // An object or array being written, and where it has got to.
@@ -152,67 +176,134 @@ private:
     char* _buf;
     size_t _len;
     size_t _cap;
+    size_t _lastLength = 0;
 };
 
 const jsonWriter::escapes jsonWriter::kEscapes;
 
 // ---- getDoc ----
 
-void jsonWriter::value(jsonObject* node) {
-    if (!node) {
-        put("null", 4);
-        return;
+// The rest of a text past its first bytes: n bytes, none of them zero. Runs with nothing to
+// escape are copied sixteen bytes at a time.
+void jsonWriter::longText(const char* s, size_t n, const uint8_t* escapeOf) {
+    room(3 * n + kSlack);
+    char* d = _buf + _len;
+    const char* end = s + n;
+#if defined(__SSE2__)
+    auto is = [](__m128i v, char c) { return _mm_cmpeq_epi8(v, _mm_set1_epi8(c)); };
+    const char quote = escapeOf[static_cast<uint8_t>('"')] ? '"' : '\\';
+    while (end - s >= 16) {
+        __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s));
+        __m128i special = _mm_or_si128(_mm_or_si128(is(bytes, '\\'), is(bytes, quote)),
+                                       _mm_or_si128(_mm_or_si128(is(bytes, '\n'), is(bytes, '\t')),
+                                                    is(bytes, '\r')));
+        // there is room for sixteen bytes here whatever comes of them
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(d), bytes);
+        int found = _mm_movemask_epi8(special);
+        if (!found) {
+            s += 16;
+            d += 16;
+            continue;
+        }
+        int at = __builtin_ctz(static_cast<unsigned>(found));
+        s += at;
+        d = escape(d + at, *s, escapeOf[static_cast<uint8_t>(*s)]);
+        s++;
     }
-    joType type = node->objType();
+#endif
+    for (; s < end; s++) {
+        uint8_t e = escapeOf[static_cast<uint8_t>(*s)];
+        if (e) {
+            d = escape(d, *s, e);
+        } else {
+            *d++ = *s;
+        }
+    }
+    _len = static_cast<size_t>(d - _buf);
+}
+
+inline char* jsonWriter::value(char* d, jsonObject* node) {
+    d = reserve(d, kStep);
+    if (!node) {
+        memcpy(d, "null", 4);
+        return d + 4;
+    }
+    // A parsed scalar is a plain node: its kind is known without a call.
+    joType type = node->_inlineText ? node->oType : node->objType();
     if (type == jotObject) {
-        put('{');
+        *d++ = '{';
         json* object = static_cast<json*>(node);
-        _open.push_back({object, object->keyTable.itemHead, 0, inStep(object), true});
+        size_t records = inStep(object);
+        for (size_t k = 0; k < records && k < kAhead; k++) {
+            __builtin_prefetch(object->props._data[k].value);
+            __builtin_prefetch(object->props._data[k].key);
+        }
+        _open.push_back({object, object->keyTable.itemHead, 0, records, true});
     } else if (type == jotArray) {
-        put('[');
+        *d++ = '[';
         _open.push_back({nullptr, static_cast<json::array*>(node)->objList.itemHead, 0, 0, true});
     } else if (type == jotString) {
-        put('"');
-        escaped(node->p, true);
-        put('"');
+        *d++ = '"';
+        d = text(d, node->p, kEscapes.value);
+        *d++ = '"';
     } else {
-        escaped(node->p, true);
+        d = text(d, node->p, kEscapes.value);
     }
+    return d;
+}
+
+inline char* jsonWriter::member(char* d, const char* key, jsonObject* node) {
+    d = reserve(d, kStep);
+    *d++ = '"';
+    d = text(d, key, kEscapes.key);
+    *d++ = '"';
+    *d++ = ':';
+    return value(d, node);
 }
 
 // Objects as {...} in keyTable order, arrays as [...], scalars quoted or bare by kind, and a
 // missing node as null.
 void jsonWriter::document(jsonObject* root) {
     _open.clear();
-    value(root);
+    char* d = value(_buf + _len, root);
     while (!_open.empty()) {
         openNode& o = _open.back();
+        d = reserve(d, kSlack);
         if (o.records) {
             if (o.record == o.records) {
-                put('}');
+                *d++ = '}';
                 _open.pop_back();
                 continue;
             }
-            const json::memberMap::hashData& r = o.object->props._data[o.record++];
-            if (o.record > 1) {
-                put(',');
+            const json::memberMap::hashData* records = o.object->props._data;
+            if (o.record + kAhead < o.records) {
+                // the next members' nodes are seldom in the cache yet
+                __builtin_prefetch(records[o.record + kAhead].value);
+                __builtin_prefetch(records[o.record + kAhead].key);
             }
-            member(r.key, r.value);  // may move o
+            const json::memberMap::hashData& r = records[o.record++];
+            if (o.record > 1) {
+                *d++ = ',';
+            }
+            d = member(d, r.key, r.value);  // may move o
             continue;
         }
         listitem* item = o.next;
         if (!item) {
-            put(o.object ? '}' : ']');
+            *d++ = o.object ? '}' : ']';
             _open.pop_back();
             continue;
         }
         o.next = item->next;
         if (!o.first) {
-            put(',');
+            *d++ = ',';
         }
         o.first = false;
         if (!o.object) {
-            value(static_cast<jsonObject*>(item->pData));  // may move o
+            if (item->next) {
+                __builtin_prefetch(item->next->pData);
+            }
+            d = value(d, static_cast<jsonObject*>(item->pData));  // may move o
             continue;
         }
         // A record that holds the very key text of its item is taken in step; the others
@@ -225,15 +316,9 @@ void jsonWriter::document(jsonObject* root) {
         } else if (auto* record = props.find(key)) {
             node = record->value;
         }
-        member(key, node);  // may move o
+        d = member(d, key, node);  // may move o
     }
-}
-
-void jsonWriter::member(const char* key, jsonObject* node) {
-    put('"');
-    escaped(key, false);
-    put("\":", 2);
-    value(node);
+    _len = static_cast<size_t>(d - _buf);
 }
 
 // How many records to write straight from the map, without walking keyTable: all of them
@@ -248,10 +333,8 @@ size_t jsonWriter::inStep(json* j) {
 }
 
 char* json::getDoc() {
-    static thread_local jsonWriter out;
-    out.clear();
-    out.document(this);
-    return out.copyToScratch();
+    static thread_local jsonWriter out;  // keeps the stack of open nodes and the last length
+    return out.documentToScratch(this);
 }
 
 char* json::getSafeDoubleQuotation(const char* value) {

@@ -16,7 +16,8 @@ fail() { echo "FAIL: $*" >&2; cat "$work/out" >&2 2>/dev/null || true; exit 1; }
 has() { for line; do grep -qxF -- "$line" "$work/out" || fail "no line: $line"; done; }
 
 start() { # tool arguments... (standard input from $input, /dev/null by default)
-  : >"$work/out" # exists before the background tool opens it, for the reads below
+  : >"$work/out"  # exists and is empty before the look for the port: the
+                  # background redirection may come later
   "$tool" --port 0 "$@" <"${input:-/dev/null}" >"$work/out" 2>&1 &
   server=$!
   for _ in $(seq 100); do
