@@ -35,7 +35,7 @@ const char kReportingChecker[] =
     "out=/tmp/seen/$(cat /tmp/seen/next)\n"
     "n=0; while [ -d /proc/$PPID ] && [ $n -lt 100 ]; do sleep 0.05; n=$((n+1)); done\n"
     "{ echo \"$0 $*\"; tr '\\0' '\\n' < /proc/$$/environ | sort\n"
-    "  grep -E '^(Sig(Blk|Ign)|PPid)' /proc/$$/status; cut -d' ' -f5,6 /proc/$$/stat\n"
+    "  grep -E '^(Sig(Blk|Ign|Cgt)|PPid)' /proc/$$/status; cut -d' ' -f5,6 /proc/$$/stat\n"
     "  umask; readlink /proc/$$/cwd\n"
     "  for fd in 0 2; do readlink /proc/$$/fd/$fd; grep flags /proc/$$/fdinfo/$fd; done\n"
     "} > $out.tmp\n"
