@@ -120,11 +120,14 @@ std::vector<char*> shell_environment(std::string& storage) {
     return env;
 }
 
-// Body of the short-lived middle process of launch_in_background, a fork() of a threaded
-// process: only async-signal-safe calls from here on. It leaves its child exactly as a
-// non-interactive shell leaves a command started with "&": SIGINT and SIGQUIT ignored,
-// standard input on /dev/null, and here also standard output and error on /dev/null.
-// Everything else of ours (socket, log, pipes) is closed, whoever opened it and however.
+// Body of the short-lived middle process of launch_in_background. It is a vfork() child: it
+// runs on the caller's stack below the caller's frame and in our memory, while the caller
+// waits and our other threads go on. So it touches nothing shared (no heap, no locks, no
+// stdio), never returns, and ends with _exit; signal dispositions and descriptors are its
+// own. It leaves its child as a non-interactive shell leaves a command started with "&":
+// SIGINT and SIGQUIT ignored, standard input on /dev/null; and here standard output and
+// error on /dev/null too. Everything else of ours (socket, log, pipes) is closed, whoever
+// opened it and however.
 [[noreturn]] void run_middle(char* const argv[], char* const shellArgv[], char* const env[]) {
     struct sigaction ignore;
     memset(&ignore, 0, sizeof(ignore));
@@ -154,18 +157,21 @@ std::vector<char*> shell_environment(std::string& storage) {
 }
 
 // Starts `program arg` the way the shell ran "program arg > /dev/null 2>&1 &", without the
-// shell. The program becomes the child of a middle process that ends as soon as the
-// program has started, just as the shell did; so it is adopted by init (or the nearest
-// subreaper) at once, as before, and never becomes our zombie. We wait only for the middle
-// process, never for the program. A program that cannot be started leaves no trace: the
-// shell's complaint went to /dev/null too.
+// shell's own start-up. Nothing the program or anyone else can see changes: the same
+// program, arguments (a file without "#!" runs as "/bin/sh program arg", as the shell ran
+// it), environment (PWD included), signal mask and dispositions, standard descriptors and
+// no other, process group and session; and the program is the child of a middle process
+// that ends once it has started, as the shell did, so init (or the nearest subreaper)
+// adopts and reaps it, never us. We wait only for the middle process, which lives as long
+// as two exec calls at most, never for the program. A program that cannot be started
+// leaves no trace: the shell's complaint went to /dev/null too.
 void launch_in_background(const char* program, const char* arg) {
     std::string pwd;
     std::vector<char*> env = shell_environment(pwd);
     char* const argv[] = {const_cast<char*>(program), const_cast<char*>(arg), nullptr};
     char* const shellArgv[] = {const_cast<char*>(kShell), const_cast<char*>(program),
                                const_cast<char*>(arg), nullptr};
-    pid_t middle = fork();
+    pid_t middle = vfork();
     if (middle == 0)
         run_middle(argv, shellArgv, env.data());
     if (middle < 0)
