@@ -130,7 +130,8 @@ Figures mosquitto_burst(int burst, int port) {
     Child broker({"/usr/sbin/mosquitto", "-c", conf});
     const std::string host = " -h 127.0.0.1 -p " + std::to_string(port) + " -t burst";
     wait_until([&] { return shell("mosquitto_pub" + host + " -m nobody 2>/dev/null") == 0; }, 10);
-    Child loop({"/bin/bash", "-c",
+    // Its own process group, ended whole: a subscriber left over would count twice.
+    Child loop({"/usr/bin/setsid", "/bin/bash", "-c",
                 "mosquitto_sub" + host + " | while read l; do " + kChecker + " m & done"});
     // Probes until the subscription is in place.
     int base = 0;
@@ -156,6 +157,7 @@ Figures mosquitto_burst(int burst, int port) {
     std::this_thread::sleep_for(std::chrono::milliseconds(300));
     if (launches() != base + burst)
         f.perSecond = 0;
+    kill(-loop.pid(), SIGKILL);
     return f;
 }
 
@@ -214,7 +216,7 @@ int main(int argc, char** argv) {
         for (const std::string& name : names) {
             Figures f = name == "daemon"               ? daemon_burst("", burst)
                         : name == "other daemon"       ? daemon_burst(other, burst)
-                        : name == "mosquitto_sub loop" ? mosquitto_burst(burst, port)
+                        : name == "mosquitto_sub loop" ? mosquitto_burst(burst, port + r)
                                                        : spawn_loop(burst);
             printf("rep %d %-19s %7.1f launches/s", r + 1, name.c_str(), f.perSecond);
             if (f.cpuMsPerLaunch >= 0)
