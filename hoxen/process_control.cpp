@@ -1,10 +1,18 @@
 #include "hoxen/process_control.h"
 
+#include <errno.h>
+#include <fcntl.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string>
+#include <vector>
 
 #include "hoxen/daily_log.h"
 
@@ -17,7 +25,10 @@ const int kMountedMarker = 1000;
 
 const char kHoxenLookup[] = "pidof -s hoxen";
 const char kMountLookup[] = "mount | grep quillo";
-const char kIntegrityCommand[] = "/brellium/orvaclient/integrity/integrity m > /dev/null 2>&1 &";
+const char kIntegrityProgram[] = "/brellium/orvaclient/integrity/integrity";
+const char kIntegrityMode[] = "m";
+const char kShell[] = "/bin/sh";
+const char kNullDevice[] = "/dev/null";
 const char kSequenceFile[] = "/tmp/hoxen_confirm.txt";
 
 // Runs `command` and copies into `line` the first output line that holds `needle` and not
@@ -83,6 +94,89 @@ void kill_found(int (*lookup)(), const char* noteAfter, const char* noteBefore) 
         if (noteAfter != nullptr)
             log_pid(noteAfter, pid);
         sleep(1);
+    }
+}
+
+// The environment a shell hands its commands: ours, with PWD naming the working folder.
+// The shell keeps an inherited PWD that is absolute and names the working folder, and else
+// exports the physical path of it. `storage` owns the texts that the result points to.
+std::vector<char*> shell_environment(std::string& storage) {
+    std::vector<char*> env;
+    const char* pwd = getenv("PWD");
+    struct stat named, here;
+    bool keep = pwd != nullptr && pwd[0] == '/' && stat(pwd, &named) == 0 &&
+                stat(".", &here) == 0 && named.st_dev == here.st_dev &&
+                named.st_ino == here.st_ino;
+    char cwd[4096];
+    if (!keep && getcwd(cwd, sizeof(cwd)) != nullptr)
+        storage = std::string("PWD=") + cwd;
+    for (char** entry = environ; *entry != nullptr; ++entry) {
+        if (storage.empty() || strncmp(*entry, "PWD=", 4) != 0)
+            env.push_back(*entry);
+    }
+    if (!storage.empty())
+        env.push_back(&storage[0]);
+    env.push_back(nullptr);
+    return env;
+}
+
+// Body of the short-lived middle process of launch_in_background. It is a vfork() child: it
+// runs on the caller's stack below the caller's frame and in our memory, while the caller
+// waits and our other threads go on. So it touches nothing shared (no heap, no locks, no
+// stdio), never returns, and ends with _exit; signal dispositions and descriptors are its
+// own. It leaves its child as a non-interactive shell leaves a command started with "&":
+// SIGINT and SIGQUIT ignored, standard input on /dev/null; and here standard output and
+// error on /dev/null too. Everything else of ours (socket, log, pipes) is closed, whoever
+// opened it and however.
+[[noreturn]] void run_middle(char* const argv[], char* const shellArgv[], char* const env[]) {
+    struct sigaction ignore;
+    memset(&ignore, 0, sizeof(ignore));
+    ignore.sa_handler = SIG_IGN;
+    sigaction(SIGINT, &ignore, nullptr);
+    sigaction(SIGQUIT, &ignore, nullptr);
+    close_range(STDERR_FILENO + 1, ~0U, 0);
+    int in = open(kNullDevice, O_RDONLY);
+    if (in >= 0 && in != STDIN_FILENO) {
+        dup2(in, STDIN_FILENO);
+        close(in);
+    }
+    int out = open(kNullDevice, O_WRONLY | O_CREAT | O_TRUNC, 0666);
+    if (out >= 0 && out != STDOUT_FILENO) {
+        dup2(out, STDOUT_FILENO);
+        close(out);
+    }
+    dup2(STDOUT_FILENO, STDERR_FILENO);
+    // posix_spawn, as the shell itself was started: it also leaves the C library's own
+    // signals ignored. It returns once the exec is done, and the middle process ends.
+    pid_t pid;
+    if (posix_spawn(&pid, argv[0], nullptr, nullptr, argv, env) == ENOEXEC) {
+        // A file without "#!" is a shell script to a shell: it runs it with sh.
+        posix_spawn(&pid, kShell, nullptr, nullptr, shellArgv, env);
+    }
+    _exit(0);
+}
+
+// Starts `program arg` the way the shell ran "program arg > /dev/null 2>&1 &", without the
+// shell's own start-up. Nothing the program or anyone else can see changes: the same
+// program, arguments (a file without "#!" runs as "/bin/sh program arg", as the shell ran
+// it), environment (PWD included), signal mask and dispositions, standard descriptors and
+// no other, process group and session; and the program is the child of a middle process
+// that ends once it has started, as the shell did, so init (or the nearest subreaper)
+// adopts and reaps it, never us. We wait only for the middle process, which lives as long
+// as two exec calls at most, never for the program. A program that cannot be started
+// leaves no trace: the shell's complaint went to /dev/null too.
+void launch_in_background(const char* program, const char* arg) {
+    std::string pwd;
+    std::vector<char*> env = shell_environment(pwd);
+    char* const argv[] = {const_cast<char*>(program), const_cast<char*>(arg), nullptr};
+    char* const shellArgv[] = {const_cast<char*>(kShell), const_cast<char*>(program),
+                               const_cast<char*>(arg), nullptr};
+    pid_t middle = vfork();
+    if (middle == 0)
+        run_middle(argv, shellArgv, env.data());
+    if (middle < 0)
+        return;
+    while (waitpid(middle, nullptr, 0) < 0 && errno == EINTR) {
     }
 }
 
@@ -222,5 +316,5 @@ void stop_hoxen() {
 }
 
 void start_integrity_check() {
-    run_shell(kIntegrityCommand);
+    launch_in_background(kIntegrityProgram, kIntegrityMode);
 }

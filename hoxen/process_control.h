@@ -40,7 +40,10 @@ void stop_integrity();
 // Logs and kills the running hoxen process, normally the caller itself.
 void stop_hoxen();
 
-// Starts the integrity checker in its manual mode, in the background, output discarded.
+// Starts the integrity checker in its manual mode, in the background, output discarded, as
+// the shell did for "CHECKER m > /dev/null 2>&1 &" but without one: returns once the checker
+// runs, never waits for it, and leaves no child behind. The checker gets none of our
+// descriptors beyond 0, 1 and 2. Safe from any thread.
 void start_integrity_check();
 
 // Runs a fixed command line through the shell; the result is not examined.

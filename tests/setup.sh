@@ -17,7 +17,7 @@ case "${1:-all}" in
       "${base[@]}" clang libclang-rt-14-dev libgtest-dev libgmock-dev libbenchmark-dev
       fuse3 libfuse3-dev libssl-dev nlohmann-json3-dev rapidjson-dev libsimdjson-dev
       util-linux mount procps psmisc strace
-      dpkg-dev file lintian systemd python3
+      dpkg-dev file lintian systemd python3 mosquitto mosquitto-clients
     ) ;;
   *) echo "usage: $0 [demo|package|all]" >&2; exit 2 ;;
 esac

@@ -1,0 +1,110 @@
+// The integrity checker's launch, called in this process inside tools/sandbox: the checker
+// sees what the shell's "CHECKER m > /dev/null 2>&1 &" gave it, gets none of our descriptors,
+// is never waited for and never left as our zombie.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <string>
+
+#include "hoxen/process_control.h"
+#include "tests/support/daemon_harness.h"
+
+using namespace hoxen_test;
+
+namespace {
+
+const char kChecker[] = "/brellium/orvaclient/integrity/integrity";
+
+// Installs a checker without "#!" (a shell runs such a file with sh).
+void install_checker(const std::string& body) {
+    shell("rm -rf /tmp/seen && mkdir -p /tmp/seen /brellium/orvaclient/integrity");
+    write_file(kChecker, body, 0755);
+}
+
+// Once its starter is gone, the checker writes to /tmp/seen/NAME what it was given:
+// arguments, environment, signal state, parent, group and session, umask, folder, standard
+// input and error; and to NAME.fds every descriptor it had open at its start, with its
+// target (sh moves standard output to 11 while the listing is written).
+const char kReportingChecker[] =
+    "ls -l /proc/$$/fd > /tmp/seen/fds.$$\n"
+    "out=/tmp/seen/$(cat /tmp/seen/next)\n"
+    "n=0; while [ -d /proc/$PPID ] && [ $n -lt 100 ]; do sleep 0.05; n=$((n+1)); done\n"
+    "{ echo \"$0 $*\"; tr '\\0' '\\n' < /proc/$$/environ | sort\n"
+    "  grep -E '^(Sig(Blk|Ign|Cgt)|PPid)' /proc/$$/status; cut -d' ' -f5,6 /proc/$$/stat\n"
+    "  umask; readlink /proc/$$/cwd\n"
+    "  for fd in 0 2; do readlink /proc/$$/fd/$fd; grep flags /proc/$$/fdinfo/$fd; done\n"
+    "} > $out.tmp\n"
+    "awk '/ -> /{print $(NF-2), $NF}' /tmp/seen/fds.$$ > $out.fds\n"
+    "mv $out.tmp $out\n";
+
+std::string seen(const std::string& name) {
+    write_file("/tmp/seen/next", name);
+    return "/tmp/seen/" + name;
+}
+
+bool zombie_children() {
+    siginfo_t info = {};
+    return waitid(P_ALL, 0, &info, WEXITED | WNOHANG | WNOWAIT) == 0 && info.si_pid != 0;
+}
+
+int calls() {
+    return count_of(read_file("/tmp/seen/calls"), "m\n");
+}
+
+}  // namespace
+
+TEST(CheckerLaunch, GivesTheCheckerWhatTheShellGaveItAndNoneOfOurDescriptors) {
+    install_checker(kReportingChecker);
+    // A stale PWD, which the shell replaced, and a descriptor of ours that a child would inherit.
+    shell("mkdir -p /tmp/elsewhere");
+    setenv("PWD", "/tmp/elsewhere", 1);
+    const int ours = open("/tmp/ours", O_RDONLY | O_CREAT, 0644);
+    ASSERT_GE(ours, 3);
+
+    const std::string byShell = seen("shell");
+    ASSERT_EQ(shell(std::string(kChecker) + " m > /dev/null 2>&1 &"), 0);
+    ASSERT_TRUE(wait_until([&] { return file_exists(byShell); }, 15));
+    const std::string byUs = seen("us");
+    start_integrity_check();
+    ASSERT_TRUE(wait_until([&] { return file_exists(byUs); }, 15));
+    close(ours);
+    EXPECT_EQ(read_file(byUs), read_file(byShell));
+    char cwd[4096];
+    ASSERT_NE(getcwd(cwd, sizeof(cwd)), nullptr);
+    EXPECT_NE(read_file(byUs).find(std::string("\nPWD=") + cwd + "\n"), std::string::npos);
+    // Only /dev/null, and what sh itself opened: the script and the listing.
+    const std::string fds = read_file(byUs + ".fds");
+    EXPECT_EQ(count_of(fds, "\n"), 5) << fds;
+    for (size_t at = 0; at < fds.size(); at = fds.find('\n', at) + 1) {
+        const std::string target = fds.substr(at, fds.find('\n', at) - at);
+        const std::string file = target.substr(target.find(' ') + 1);
+        EXPECT_TRUE(file == "/dev/null" || file == kChecker || file.find("/tmp/seen/") == 0)
+            << "inherited: " << target << "\n" << fds;
+    }
+}
+TEST(CheckerLaunch, NeverWaitsForTheCheckerAndLeavesNoZombieAtAnyRate) {
+    install_checker("echo m >> /tmp/seen/calls\n[ -e /tmp/seen/sleep ] && exec sleep 5\n");
+    ASSERT_FALSE(zombie_children());
+    write_file("/tmp/seen/sleep", "");
+    auto start = std::chrono::steady_clock::now();
+    start_integrity_check();
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(2));
+    ASSERT_TRUE(wait_until([] { return calls() == 1; }, 10));
+    shell("rm /tmp/seen/sleep");
+
+    const int launches = 300;
+    for (int i = 0; i < launches; ++i) start_integrity_check();
+    EXPECT_TRUE(wait_until([&] { return calls() == 1 + launches; }, 60)) << calls();
+    // A checker of ours would turn zombie once it ends.
+    EXPECT_FALSE(wait_until(zombie_children, 1));
+
+    // A missing checker starts nothing and says nothing.
+    shell(std::string("rm -f ") + kChecker);
+    start_integrity_check();
+    EXPECT_FALSE(zombie_children());
+}
