@@ -109,14 +109,30 @@ TEST(ListTest, CopiesTextsIntoItsItemsAndRemovesTheFirstItemHoldingData) {
     EXPECT_EQ(nullptr, l.getAt(2));
 }
 
-TEST(ByteBufTest, GrowsPastItsUnitAndCopiesWhatWasPut) {
+TEST(ByteBufTest, GrowsPastItsUnitByDoublingAndCopiesWhatWasPut) {
+    EXPECT_EQ(1024u, tavik::bytebuf().size);  // the default unit, allocated at once
     tavik::bytebuf buf(4);
     EXPECT_EQ(nullptr, buf.getEx());
     for (int i = 0; i < 1000; ++i) buf.put(static_cast<unsigned char>('a' + i % 26));
     buf.put("XYZ");
+    EXPECT_EQ(1024u, buf.size);
     std::unique_ptr<char[]> copy(buf.getEx());
     EXPECT_EQ(1003u, strlen(copy.get()));
     EXPECT_STREQ("XYZ", copy.get() + 1000);
+}
+
+TEST(SmartPtrTest, DeletesOnReassignAndDestructionUnlessFrozen) {
+    int deaths = 0;
+    Counted* kept = new Counted(&deaths);
+    {
+        tavik::smartPtr<Counted> p(new Counted(&deaths)), frozen(kept);
+        p = new Counted(&deaths);
+        EXPECT_EQ(1, deaths);
+        EXPECT_EQ(kept, frozen.freeze());
+        frozen = nullptr;  // a frozen pointer lets go without deleting
+    }
+    EXPECT_EQ(2, deaths);
+    delete kept;
 }
 
 }  // namespace
