@@ -126,11 +126,12 @@ TEST(SmartPtrTest, DeletesOnReassignAndDestructionUnlessFrozen) {
     int deaths = 0;
     Counted* kept = new Counted(&deaths);
     {
-        tavik::smartPtr<Counted> p(new Counted(&deaths)), frozen(kept);
+        tavik::smartPtr<Counted> p(new Counted(&deaths)), frozen(kept), held(kept);
         p = new Counted(&deaths);
         EXPECT_EQ(1, deaths);
         EXPECT_EQ(kept, frozen.freeze());
         frozen = nullptr;  // a frozen pointer lets go without deleting
+        held.freeze();     // nor deletes at its end
     }
     EXPECT_EQ(2, deaths);
     delete kept;
