@@ -51,13 +51,14 @@ TEST(HashTest, GrowsWhenCountReachesSizeMinusOneAndReservesRoomAhead) {
     EXPECT_EQ(1000u, h._size);
     h.put(999, nullptr);  // the 1000th record
     EXPECT_EQ(2000u, h._size);
-    // Room made ahead holds the records and takes exactly that many appends.
-    h.reserve(5000);
-    EXPECT_EQ(6001u, h._size);
-    for (long long i = 1000; i < 6000; ++i) h.append(i, nullptr);
-    EXPECT_EQ(6001u, h._size);
-    EXPECT_TRUE(h.exist(0) && h.exist(5999));
-    EXPECT_EQ(6000u, h.count);
+    // Room made ahead holds the records and takes exactly that many appends, also when they
+    // would just fill the table.
+    h.reserve(1000);
+    EXPECT_EQ(2001u, h._size);
+    for (long long i = 1000; i < 2000; ++i) h.append(i, nullptr);
+    EXPECT_EQ(2001u, h._size);
+    EXPECT_TRUE(h.exist(0) && h.exist(1999));
+    EXPECT_EQ(2000u, h.count);
 }
 
 TEST(HashTest, AgreesWithStdMapOverRandomOperations) {
@@ -109,14 +110,31 @@ TEST(ListTest, CopiesTextsIntoItsItemsAndRemovesTheFirstItemHoldingData) {
     EXPECT_EQ(nullptr, l.getAt(2));
 }
 
-TEST(ByteBufTest, GrowsPastItsUnitAndCopiesWhatWasPut) {
+TEST(ByteBufTest, GrowsPastItsUnitByDoublingAndCopiesWhatWasPut) {
+    EXPECT_EQ(1024u, tavik::bytebuf().size);  // the default unit, allocated at once
     tavik::bytebuf buf(4);
     EXPECT_EQ(nullptr, buf.getEx());
     for (int i = 0; i < 1000; ++i) buf.put(static_cast<unsigned char>('a' + i % 26));
     buf.put("XYZ");
+    EXPECT_EQ(1024u, buf.size);
     std::unique_ptr<char[]> copy(buf.getEx());
     EXPECT_EQ(1003u, strlen(copy.get()));
     EXPECT_STREQ("XYZ", copy.get() + 1000);
+}
+
+TEST(SmartPtrTest, DeletesOnReassignAndDestructionUnlessFrozen) {
+    int deaths = 0;
+    Counted* kept = new Counted(&deaths);
+    {
+        tavik::smartPtr<Counted> p(new Counted(&deaths)), frozen(kept), held(kept);
+        p = new Counted(&deaths);
+        EXPECT_EQ(1, deaths);
+        EXPECT_EQ(kept, frozen.freeze());
+        frozen = nullptr;  // a frozen pointer lets go without deleting
+        held.freeze();     // nor deletes at its end
+    }
+    EXPECT_EQ(2, deaths);
+    delete kept;
 }
 
 }  // namespace

@@ -56,24 +56,4 @@ TEST(ScratchPoolTest, NewAndMakeFunctionsHonourTheirNullRules) {
     EXPECT_STREQ("x=42", tavik::makeFormatString("%s=%d", "x", 42));
 }
 
-struct Tracked {
-    explicit Tracked(int* deaths) : deaths(deaths) {}
-    ~Tracked() { ++*deaths; }
-    int* deaths;
-};
-
-TEST(SmartPtrTest, DeletesOnReassignAndDestructionUnlessFrozen) {
-    int deaths = 0;
-    Tracked* kept = new Tracked(&deaths);
-    {
-        tavik::smartPtr<Tracked> p(new Tracked(&deaths)), frozen(kept);
-        p = new Tracked(&deaths);
-        EXPECT_EQ(1, deaths);
-        EXPECT_EQ(kept, frozen.freeze());
-        frozen = nullptr;  // a frozen pointer lets go without deleting
-    }
-    EXPECT_EQ(2, deaths);
-    delete kept;
-}
-
 }  // namespace

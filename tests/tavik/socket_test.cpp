@@ -67,8 +67,8 @@ TEST_F(SocketTest, SendLengthsRecvLimitsAndReadAhead) {
     EXPECT_EQ("<-5>", take(sizeof buf));
     EXPECT_LT(secondsSince(start), 0.5);
     start = Clock::now();
-    EXPECT_EQ(tavik::sErrTimeout, s.recv(buf, sizeof buf, 1, 500));
-    EXPECT_GT(secondsSince(start), 1.3);
+    EXPECT_EQ(tavik::sErrTimeout, s.recv(buf, sizeof buf, 0, 1000));  // a whole second
+    EXPECT_GT(secondsSince(start), 0.9);
     EXPECT_LT(secondsSince(start), 3.0);
 
     // One read takes all ten bytes, none stay in the kernel; later calls hand them out
@@ -122,6 +122,8 @@ TEST_F(SocketTest, HostsResolveConnectsLeakNoDescriptorAndPendingTimedConnectsCo
             socks t;
             EXPECT_EQ(c.result, timed ? t.connect(c.host, c.port, 1, 0) : t.connect(c.host, c.port))
                 << (c.host ? c.host : "null") << " " << c.port << (timed ? " timed" : "");
+            EXPECT_STREQ(c.host, t.serviceAddr.getPtr());  // the host and port last asked for
+            EXPECT_EQ(c.port, t.servicePort);
             if (c.result == 1) {
                 EXPECT_EQ(htonl(INADDR_LOOPBACK), t.addr.sin_addr.s_addr);
                 EXPECT_EQ(htons(c.port), t.addr.sin_port);
@@ -199,41 +201,4 @@ TEST_F(SocketTest, WaitForReadAnswersBesideAReaderAndDisconnectEndsSendsAndWaits
         close(other);
         ASSERT_LT(secondsSince(start), 4.0);
     }
-}
-
-TEST_F(SocketTest, SmallReadsOnOneThreadWhileAnotherSends) {
-    const size_t total = 100000;
-    const char* alphabet = "abcdefghijklmnopqrstuvwxyz";
-    // The peer echoes everything back, so both directions are busy at once.
-    std::thread echo([this] {
-        char buf[4096];
-        ssize_t n;
-        while ((n = ::recv(peer, buf, sizeof buf, 0)) > 0) {
-            ::send(peer, buf, static_cast<size_t>(n), MSG_NOSIGNAL);
-        }
-    });
-    std::thread sender([&] {
-        for (size_t sent = 0; sent < total;) {
-            ssize_t n =
-                s.send(alphabet + sent % 26, std::min<size_t>(total - sent, 26 - sent % 26));
-            ASSERT_GT(n, 0);
-            sent += static_cast<size_t>(n);
-        }
-    });
-    size_t received = 0;
-    bool inOrder = true;
-    while (received < total) {
-        char buf[7];
-        ssize_t n = s.recv(buf, sizeof buf, 5, 0);
-        ASSERT_GT(n, 0);
-        for (ssize_t i = 0; i < n; i++, received++) {
-            inOrder = inOrder && buf[i] == alphabet[received % 26];
-        }
-    }
-    sender.join();
-    s.disconnect();
-    shutdown(peer, SHUT_RDWR);
-    echo.join();
-    EXPECT_TRUE(inOrder);
-    EXPECT_EQ(total, received);
 }
