@@ -7,6 +7,7 @@
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
+#include <ctime>
 #include <future>
 #include <memory>
 #include <mutex>
@@ -211,7 +212,6 @@ TEST(ReceiveLoopTest, ReadsFramesAndEndsEachWayWithItsOwnEvents) {
         // Not connected: no error, and the idle wait ends on the stop.
         {{"%" + frame("#1:throw")}, "4 8 [receive:throw] c0 s1", true, "s"},
         {{}, "c0 s1", false, "s"},
-        {{}, "[disconnected] c1 s1", false, "sc"},
         {{frame("#1:late")}, "4 7 [receive:late] 4 [disconnected] c1 s0", false, "c"},
         // A stop during a read ends quietly, whatever the read brought.
         {{"^~"}, "4 c1 s1"},
@@ -225,6 +225,13 @@ TEST(ReceiveLoopTest, ReadsFramesAndEndsEachWayWithItsOwnEvents) {
     for (auto& c : cases) {
         EXPECT_EQ(c.trace, scripted(c.steps, c.connected, c.release)) << c.trace;
     }
+    // A new session is not connected, and its idle wait sleeps between looks at the flags:
+    // 300 ms of waiting cost next to no CPU.
+    RecordingClient fresh;
+    EXPECT_FALSE(static_cast<Client*>(fresh.client)->connected);
+    const std::clock_t cpu = std::clock();
+    EXPECT_EQ("[disconnected] c1 s1", scripted({}, false, "sc"));
+    EXPECT_LT(std::clock() - cpu, CLOCKS_PER_SEC / 30);
 }
 
 // The outbound filter, ansi2utf, is checked on the wire by the handshake test.
@@ -251,6 +258,12 @@ TEST(CharsetTest, Utf2ansiFoldsSevenBitSequencesOnly) {
     unsigned char out[5];
     EXPECT_EQ(0, utf2ansi(out, &outLen, nullptr, &inLen));
     EXPECT_EQ(0, outLen + inLen);
+    // ansi2utf answers -1 at the first byte above 0x7F and leaves it unconsumed.
+    unsigned char text[] = "ok\x80z", wide[16];
+    int wideLen = 16, textLen = 4;
+    EXPECT_EQ(-1, ansi2utf(wide, &wideLen, text, &textLen));
+    EXPECT_EQ("ok|2", std::string(reinterpret_cast<char*>(wide), wideLen) + "|" +
+                          std::to_string(textLen));
 }
 
 TEST_F(PushSessionTest, HandshakeIsExactNewForEachConnectAndCutToSevenBitText) {
