@@ -60,6 +60,13 @@ double process_cpu(pid_t pid) {
     return double(utime + stime + cutime + cstime) / sysconf(_SC_CLK_TCK);
 }
 
+// The tests' fake checker reads its descriptors with two more programs; here the checker
+// only records its run, so that what is measured is the launch rather than the checker.
+void cheap_checker() {
+    write_file("/brellium/orvaclient/integrity/integrity",
+               std::string("#!/bin/sh\necho \"args=$*\" >> ") + kCheckerRecord + "\n", 0755);
+}
+
 double rusage_seconds(int who) {
     struct rusage use;
     getrusage(who, &use);
@@ -95,6 +102,7 @@ bool wait_for_launches(int base, int burst, const std::function<void()>& meanwhi
 
 Figures daemon_burst(const std::string& binary, int burst) {
     start_scenario(false);
+    cheap_checker();
     std::vector<std::string> launcher;
     if (!binary.empty())  // runs `binary` in place of this build's daemon
         launcher = {"/bin/sh", "-c", "shift; exec \"$0\" \"$@\"", binary};
@@ -125,6 +133,7 @@ Figures daemon_burst(const std::string& binary, int burst) {
 
 Figures mosquitto_burst(int burst, int port) {
     start_scenario(false);
+    cheap_checker();
     const std::string conf = "/tmp/mosquitto.conf";
     write_file(conf, "listener " + std::to_string(port) + " 127.0.0.1\nallow_anonymous true\nlog_dest none\n");
     Child broker({"/usr/sbin/mosquitto", "-c", conf});
@@ -163,6 +172,7 @@ Figures mosquitto_burst(int burst, int port) {
 
 Figures spawn_loop(int burst) {
     start_scenario(false);
+    cheap_checker();
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
