@@ -140,4 +140,5 @@ TEST(JsonParser, LargeDocumentsParseLeaveTheScratchUsableAndGiveTheirMemoryBack)
     for (int i = 0; i < 3; i++) json(text.c_str()).getInt("none", 0);
     EXPECT_LT(inUse(), before + (1u << 20));
     EXPECT_STREQ("c", json("{\"a\":[{\"b\":\"c\"}]}").get("a[0]:b", nullptr));
+    EXPECT_STREQ("nulz", json("{\"a\":nulz}").get("a", nullptr));  // only null itself is no node
 }
