@@ -108,6 +108,9 @@ TEST(ListTest, CopiesTextsIntoItsItemsAndRemovesTheFirstItemHoldingData) {
     EXPECT_EQ(copy, l.getAt(0));
     EXPECT_EQ(a, l.getAt(1));
     EXPECT_EQ(nullptr, l.getAt(2));
+    tavik::listitem* end = nullptr;  // walking on from the end, or from no position, gives null
+    EXPECT_EQ(nullptr, l.getNext(&end));
+    EXPECT_EQ(nullptr, l.getNext(nullptr));
 }
 
 TEST(ByteBufTest, GrowsPastItsUnitByDoublingAndCopiesWhatWasPut) {
