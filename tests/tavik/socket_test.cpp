@@ -154,6 +154,18 @@ TEST_F(SocketTest, HostsResolveConnectsLeakNoDescriptorAndPendingTimedConnectsCo
     EXPECT_GT(secondsSince(start), 0.25);
     EXPECT_LT(secondsSince(start), 1.0);
     EXPECT_TRUE(pending.connected);
+
+    // Out of descriptors, a connect throws rather than use a socket it could not make.
+    rlimit lim;
+    ASSERT_EQ(0, getrlimit(RLIMIT_NOFILE, &lim));
+    rlimit none = lim;
+    const int lowestFree = dup(0);  // every descriptor below it is taken
+    close(lowestFree);
+    none.rlim_cur = static_cast<rlim_t>(lowestFree);
+    ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &none));
+    socks starved;
+    EXPECT_THROW(starved.connect(nullptr, full.port), const char*);
+    ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &lim));
 }
 
 TEST_F(SocketTest, WaitForReadAnswersBesideAReaderAndDisconnectEndsSendsAndWaits) {
