@@ -274,7 +274,10 @@ TEST(StringTest, StrArrCollectsTextsUpToNull) {
     ASSERT_EQ(2u, listed.length);
     std::unique_ptr<strArr> heap(tavik::newStrArr("a", "b", "c", nullptr));
     heap->set("x", "y", nullptr);
+    EXPECT_STREQ("x", (*heap)[0]);
     EXPECT_STREQ("c", (*heap)[2]);
+    EXPECT_STREQ("y", heap->get(1)->get());
+    EXPECT_EQ(nullptr, heap->get(3));
     heap->_new(0);
     EXPECT_NE(nullptr, heap->buffer);
 }

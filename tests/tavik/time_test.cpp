@@ -145,6 +145,8 @@ TEST_F(TimeTest, SetBuildsStandardTimeAndGettersReadLocalTime) {
     d.setTime(1, 2, 3);
     EXPECT_STREQ(d.getTime(), "2026/03/05 01:02:03");
 
+    d.set(2026, INT_MIN, 1, 0, 0, 0, 0);  // fields no calendar can hold give the value -1
+    EXPECT_EQ(-1, d.at);
     d.set(2026, 14, 1, 0, 0, 0, 123456789);  // month 14 is February of the next year
     EXPECT_STREQ(d.getTime(), "2027/02/01 00:00:00");
     EXPECT_EQ(d.getLong() * 1000LL + 123, d.getLongLong());
