@@ -62,6 +62,9 @@ TEST_F(SocketTest, SendLengthsRecvLimitsAndReadAhead) {
     std::string got(14, '\0');
     EXPECT_EQ(14, ::recv(peer, &got[0], got.size(), MSG_WAITALL));
     EXPECT_EQ("hello, pushhel", got);
+    ASSERT_EQ(3, ::send(peer, "xyz", 3, 0));
+    std::vector<char> large(20000);  // a read this large goes straight to the socket
+    EXPECT_EQ(3, s.recv(large.data(), large.size(), 1, 0));
 
     Clock::time_point start = Clock::now();
     EXPECT_EQ("<-5>", take(sizeof buf));
