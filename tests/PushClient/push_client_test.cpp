@@ -242,6 +242,7 @@ TEST(CharsetTest, Utf2ansiFoldsSevenBitSequencesOnly) {
              {"ok\x80", 64, "-2|ok|2"},
              {"a\xe0\x80", 64, "0|a|1"},  // a 3-byte lead with one byte left
              {"\xf7", 64, "0||0"},
+             {"\xf0\x80\x81\x81z", 64, "0|Az|5"},  // overlong in four bytes
              {"abc", 2, "0|ab|2"}}) {
         unsigned char out[64] = {};
         int outLen = room, inLen = static_cast<int>(in.size());

@@ -41,9 +41,9 @@ TEST(Daemon, UnreachableServerIsTriedEverySecondAndOnlyAFuseQuilloMountKeepsItUp
     const int port = server.port();
     server.stopListening();
     Child daemon({kHoxen, "127.0.0.1", std::to_string(port), std::string(300, 'd')});
-    sleep(3);
+    usleep(3500 * 1000);
     const int tries = count_of(daemon.output(), "Can't connect with the server\r\n");
-    EXPECT_TRUE(tries >= 2 && tries <= 4) << tries;
+    EXPECT_TRUE(tries >= 3 && tries <= 5) << tries;
     // A heartbeat already running would have ended the daemon.
     EXPECT_TRUE(daemon.running());
 
