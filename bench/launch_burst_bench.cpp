@@ -106,7 +106,7 @@ Figures daemon_burst(const std::string& binary, int burst) {
     std::vector<std::string> launcher;
     if (!binary.empty())  // runs `binary` in place of this build's daemon
         launcher = {"/bin/sh", "-c", "shift; exec \"$0\" \"$@\"", binary};
-    ConnectedDaemon run("/tmp/burst/mnt", {"BOX", "10"}, -1, launcher);
+    ConnectedDaemon run("/tmp/burst/mnt", {"BOX", "10"}, launcher);
     Child& daemon = *run.daemon;
     const std::set<pid_t> known = {daemon.pid(), run.fuse->pid()};
     std::string frames;

@@ -24,7 +24,7 @@
 #include "PushClient/BasePushClient.h"
 #include "PushClient/PushClient.h"
 #include "tavik/tk_common.h"
-#include "tests/support/hostile_run.h"
+#include "tests/support/daemon_harness.h"
 
 using namespace std::chrono_literals;
 using pushserver::Handshake;
@@ -42,9 +42,17 @@ T& keepForProcess(T* facade) {
 }
 
 // Records every event with the thread it ran on; the test may wait for a number of events.
+// With a port set, it connects again from inside onDisconnected, as the daemon does, until
+// it succeeds or is told to quit.
 class RecordingClient : public PushClient {
 public:
-    void onDisconnected() override { record("disconnected"); }
+    void onDisconnected() override {
+        record("disconnected");
+        while (port != 0 && !quitting && !connect("127.0.0.1", port, "BOX", "10", "L")) {
+            std::this_thread::sleep_for(10ms);
+        }
+        ++reconnects;
+    }
     void onError(const char* message) override { record(std::string("error:") + message); }
     void onAuthResult(bool passed, const char* token) override {
         record(std::string("auth:") + (passed ? "passed:" : "failed:") + token);
@@ -69,6 +77,10 @@ public:
         std::lock_guard<std::mutex> guard(lock);
         return threads;
     }
+
+    std::atomic<int> port{0};
+    std::atomic<bool> quitting{false};
+    std::atomic<size_t> reconnects{0};  // handlers returned, their connect() wholly done
 
 private:
     void record(const std::string& event) {
@@ -115,22 +127,6 @@ int openDescriptors() {
 bool descriptorsBackTo(int baseline) {
     return hoxen_test::wait_until([&] { return openDescriptors() == baseline; }, 2);
 }
-
-// Connects again from inside onDisconnected, as the daemon does, until it succeeds.
-class Reconnecting : public RecordingClient {
-public:
-    explicit Reconnecting(int port) : port(port) {}
-    void onDisconnected() override {
-        RecordingClient::onDisconnected();
-        while (!quitting && !connect("127.0.0.1", port, "BOX", "10", "L")) {
-            std::this_thread::sleep_for(10ms);
-        }
-        ++reconnects;
-    }
-    int port;
-    std::atomic<bool> quitting{false};
-    std::atomic<size_t> reconnects{0};  // handlers returned, their connect() wholly done
-};
 
 // The receive loop of a session that never connected (so _disconnect returns at once) on a
 // script instead of a socket. Each step answers one read: bytes (as many as asked, the rest
@@ -246,6 +242,7 @@ TEST(CharsetTest, Utf2ansiFoldsSevenBitSequencesOnly) {
              {"ok\x80", 64, "-2|ok|2"},
              {"a\xe0\x80", 64, "0|a|1"},  // a 3-byte lead with one byte left
              {"\xf7", 64, "0||0"},
+             {"\xf0\x80\x81\x81z", 64, "0|Az|5"},  // overlong in four bytes
              {"abc", 2, "0|ab|2"}}) {
         unsigned char out[64] = {};
         int outLen = room, inLen = static_cast<int>(in.size());
@@ -266,75 +263,60 @@ TEST(CharsetTest, Utf2ansiFoldsSevenBitSequencesOnly) {
                           std::to_string(textLen));
 }
 
-TEST_F(PushSessionTest, HandshakeIsExactNewForEachConnectAndCutToSevenBitText) {
+TEST_F(PushSessionTest, ConnectsAnewRetiringTheConnectionBeforeAndDisconnectsQuietly) {
+    const int baseline = openDescriptors();
     Handshake first, second;
     connectAndShake(0, &first);
     EXPECT_TRUE(std::regex_match(first.identifier, std::regex("[0-9a-f]{32}")));
-    client.disconnect();
-    ASSERT_TRUE(server.waitForPeerClose(0, 5s));
-    ASSERT_TRUE(client.reconnect());  // the stored values again, under a new identifier
-    ASSERT_TRUE(server.waitForHandshake(1, 5s, &second));
-    EXPECT_NE(first.identifier, second.identifier);
-    // Nothing but the handshake is ever sent, whatever the server says.
-    ASSERT_TRUE(server.sendFrame(1, "#1:x"));
-    client.waitForEvents(1, 5s);
-    EXPECT_EQ("BOX:(" + first.identifier + ")10\nL\n\n", server.received(0));
-    EXPECT_EQ("BOX:(" + second.identifier + ")10\nL\n\n", server.received(1));
-    client.disconnect();
-
-    // Sent up to a byte above 0x7F, and never more than 2043 bytes.
-    ASSERT_TRUE(connect("ab\xe9zz"));
-    std::string sent = sentBy(2, 43);
-    EXPECT_EQ(43u, sent.size());
-    EXPECT_EQ("\nab", sent.substr(40));
-    client.disconnect();
-    ASSERT_TRUE(connect(std::string(3000, 'x').c_str()));
-    EXPECT_EQ(std::string(2043 - 41, 'x'), sentBy(3, 2043).substr(41));
-}
-
-TEST_F(PushSessionTest, ConnectRetiresTheConnectionBeforeAndDisconnectEndsTheLastQuietly) {
-    const int baseline = openDescriptors();
-    connectAndShake(0);
-    connectAndShake(1);
-    // The client closes the replaced connection and its reader ends without an event.
-    EXPECT_TRUE(server.waitForPeerClose(0, 5s));
-    server.sendFrame(0, "#1:lost");
-    ASSERT_TRUE(server.sendFrame(1, "#2:true:ab"));
-    ASSERT_TRUE(server.sendFrameBytewise(1, "#1:one", 2ms));
-    const events both = {"auth:passed:ab", "receive:one"};
-    EXPECT_EQ(both, client.waitForEvents(2, 5s));
+    ASSERT_TRUE(server.sendFrame(0, "#2:true:ab"));
+    ASSERT_TRUE(server.sendFrameBytewise(0, "#1:one", 2ms));
+    events seen = {"auth:passed:ab", "receive:one"};
+    EXPECT_EQ(seen, client.waitForEvents(2, 5s));
     // Events run on one thread, the session's own.
     std::vector<std::thread::id> threads = client.eventThreads();
     EXPECT_TRUE(threads[0] != std::this_thread::get_id() && threads[1] == threads[0]);
     std::this_thread::sleep_for(1500ms);
     // Idle, the session is stopped from this thread within about 1.5 s, without an event.
-    auto start = std::chrono::steady_clock::now();
+    const auto start = std::chrono::steady_clock::now();
     client.disconnect();
     EXPECT_LT(std::chrono::steady_clock::now() - start, 1600ms);
+    EXPECT_TRUE(server.waitForPeerClose(0, 5s));
+
+    ASSERT_TRUE(client.reconnect());  // the stored values again, under a new identifier
+    ASSERT_TRUE(server.waitForHandshake(1, 5s, &second));
+    EXPECT_NE(first.identifier, second.identifier);
+    // A connect closes the connection before it; that reader ends without an event.
+    connectAndShake(2);
     EXPECT_TRUE(server.waitForPeerClose(1, 5s));
+    server.sendFrame(1, "#1:lost");
+    ASSERT_TRUE(server.sendFrame(2, "#1:two"));
+    seen.push_back("receive:two");
+    EXPECT_EQ(seen, client.waitForEvents(3, 5s));
     std::this_thread::sleep_for(200ms);
-    EXPECT_EQ(both, client.eventsSoFar());
-    server.close(0);
-    server.close(1);
+    EXPECT_EQ(seen, client.eventsSoFar());
+    // Nothing but the handshake is ever sent, whatever the server says.
+    EXPECT_EQ("BOX:(" + first.identifier + ")10\nL\n\n", server.received(0));
+    EXPECT_EQ("BOX:(" + second.identifier + ")10\nL\n\n", server.received(1));
+    client.disconnect();
+    for (size_t conn = 0; conn < 3; ++conn) server.close(conn);
     EXPECT_TRUE(descriptorsBackTo(baseline)) << openDescriptors() << " open, " << baseline;
 
-    RecordingClient fresh;  // never connected: stopped at once
-    start = std::chrono::steady_clock::now();
-    fresh.disconnect();
-    EXPECT_LT(std::chrono::steady_clock::now() - start, 500ms);
+    // Sent up to a byte above 0x7F, and never more than 2043 bytes.
+    ASSERT_TRUE(connect("ab\xe9zz"));
+    EXPECT_EQ("\nab", sentBy(3, 43).substr(40));
+    client.disconnect();
+    ASSERT_TRUE(connect(std::string(3000, 'x').c_str()));
+    EXPECT_EQ(std::string(2043 - 41, 'x'), sentBy(4, 2043).substr(41));
 }
 
-TEST(PushStartTest, HandshakeFailingBeforeAnyReceiveThreadFailsTheConnectAtOnce) {
-    pushserver::PushServer server;
-    ASSERT_TRUE(server.listen());
-    RecordingClient& app = keepForProcess(new RecordingClient);
+TEST_F(PushSessionTest, HandshakeFailingBeforeAnyReceiveThreadFailsTheConnectAtOnce) {
     auto done = std::make_shared<std::promise<bool>>();
     std::future<bool> connected = done->get_future();
     {
         // The handshake's identifier is a scratch text: holding the pool's lock parks the
         // client between its TCP connect and its send while the server resets the connection.
         tavik::_objBlocking parked(&tavik::g_rav.sync);
-        std::thread([&app, done, port = server.port()] {
+        std::thread([&app = client, done, port = server.port()] {
             done->set_value(app.connect("127.0.0.1", port, "BOX", "10", "L"));
         }).detach();
         ASSERT_TRUE(server.waitForConnections(1, 5s));
@@ -345,19 +327,14 @@ TEST(PushStartTest, HandshakeFailingBeforeAnyReceiveThreadFailsTheConnectAtOnce)
     ASSERT_EQ(std::future_status::ready, connected.wait_for(2s)) << "connect still waits";
     EXPECT_FALSE(connected.get());
     EXPECT_EQ("", server.received(0));
-    ASSERT_TRUE(app.connect("127.0.0.1", server.port(), "BOX", "10", "L"));
-    EXPECT_TRUE(server.waitForHandshake(1, 5s));
-    app.disconnect();
+    connectAndShake(1);
 }
 
-TEST(PushReconnectTest, ThousandServerClosesKeepDescriptorsFlat) {
+TEST_F(PushSessionTest, ThousandServerClosesAnsweredFromTheHandlerKeepDescriptorsFlat) {
     const size_t rounds = 1000;
-    pushserver::PushServer server;
-    ASSERT_TRUE(server.listen());
-    Reconnecting& app = keepForProcess(new Reconnecting(server.port()));
-    int baseline = openDescriptors();
-
-    ASSERT_TRUE(app.connect("127.0.0.1", server.port(), "BOX", "10", "L"));
+    client.port = server.port();
+    const int baseline = openDescriptors();
+    ASSERT_TRUE(connect());
     int peak = 0;
     for (size_t i = 0; i < rounds; ++i) {
         ASSERT_TRUE(server.waitForHandshake(i, 10s)) << "round " << i;
@@ -370,14 +347,14 @@ TEST(PushReconnectTest, ThousandServerClosesKeepDescriptorsFlat) {
     ASSERT_TRUE(server.waitForHandshake(rounds, 10s));
     // The handshake is out before connect() has set its flags: disconnecting earlier would race
     // the last reconnect.
-    ASSERT_TRUE(hoxen_test::wait_until([&] { return app.reconnects == rounds; }, 10));
-    app.quitting = true;
-    app.disconnect();
+    ASSERT_TRUE(hoxen_test::wait_until([&] { return client.reconnects == rounds; }, 10));
+    client.quitting = true;
+    client.disconnect();
     EXPECT_LE(peak, baseline + 4);  // the client's socket and the server's end, twice at most
     EXPECT_TRUE(server.close(rounds));
     EXPECT_TRUE(descriptorsBackTo(baseline))
         << openDescriptors() << " open, " << baseline << " before";
-    events seen = app.eventsSoFar();
+    events seen = client.eventsSoFar();
     EXPECT_EQ(rounds, size_t(std::count(seen.begin(), seen.end(), "disconnected")));
     EXPECT_EQ(rounds / 100, size_t(std::count(seen.begin(), seen.end(), "receive:hello")));
 }

@@ -1,7 +1,8 @@
 // The daemon's functions called in this process, inside tools/sandbox: the daily log under
 // /var/log/quillo/hoxen, the process lookups on controlled command output, the stop functions
 // and the heartbeat (which log, unmount and kill our children) with the commands they run and
-// their pace, recorded by fake commands first on PATH, and the reconnection after an error.
+// their pace, recorded by fake commands first on PATH, and the reconnection after an error or
+// a loss.
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/wait.h>
@@ -15,7 +16,7 @@
 
 #include "hoxen/hoxen.h"
 #include "tavik/tavik.h"  // the public headers of all three layers go together
-#include "tests/support/hostile_run.h"
+#include "tests/support/daemon_harness.h"
 
 using namespace hoxen_test;
 
@@ -70,7 +71,7 @@ TEST(DailyLog, FollowsTheLocalDateAndWritesOnlyWhileSwitchedOnLeavingNoStreamOpe
               "[INFO] first \r\n[WARN] 50% of %s done \r\n" + std::string(228, 'y') + " \r\n");
 }
 
-TEST(ProcessLookup, PidsComeFromTheFirstLineThatMatchesAndIsNoGrep) {
+TEST(ProcessLookup, PidsComeFromTheFirstMatchingLineThatIsNoGrepAndMountsFromFuseQuillo) {
     for (auto [text, pid] :
          {std::pair<std::string, int>{"root 4242 1 0 10:00 ? 00:00:00 quillo", 4242},
           {"user5     4242     1", 5},
@@ -95,10 +96,8 @@ TEST(ProcessLookup, PidsComeFromTheFirstLineThatMatchesAndIsNoGrep) {
         fake("pidof", {out});
         EXPECT_EQ(get_hoxen_pid(), pid) << out;
     }
-}
-
-TEST(ProcessLookup, OnlyAFuseQuilloMountCountsButAnyQuilloLineHasAPath) {
-    // Each listing, the mount lookup's answer and the path found (null: not checked).
+    // Only a fuse.quillo mount counts, but any quillo line has a path. Each listing, the mount
+    // lookup's answer and the path found (null: not checked).
     std::tuple<const char*, int, const char*> cases[] = {
         {"sysfs on /sys type sysfs (rw)\nquillo on /mnt/data type fuse.quillo (rw)\n", 1000,
          "/mnt/data"},
@@ -185,7 +184,7 @@ TEST(StopSequence, KillPassesPauseASecondAndEndWhenTheLookupFindsNothing) {
     }
 }
 
-TEST(PushHandlers, AnErrorIsWarnedAfterEachFailedReconnectInALineOfAtMost127Characters) {
+TEST(PushHandlers, ErrorsAndLossesAreWarnedAfterEachFailedReconnectInLinesOfAtMost127Chars) {
     fresh_log();
     // Kept for the process: the session's receive thread outlives the test.
     static pushserver::PushServer* server = new pushserver::PushServer;
@@ -205,6 +204,17 @@ TEST(PushHandlers, AnErrorIsWarnedAfterEachFailedReconnectInALineOfAtMost127Char
     const std::string warning = "[WARN] error occurred: " + std::string(104, 'e') + " \r\n";
     EXPECT_EQ(early + logged(), warning + warning);
     EXPECT_TRUE(server->waitForHandshake(0, std::chrono::seconds(5)));
+
+    // A lost connection is taken up again by the session's thread, the same way.
+    fresh_log();
+    server->stopListening();
+    ASSERT_TRUE(server->close(0));
+    sleep(2);
+    ASSERT_TRUE(server->listen(push->port));
+    EXPECT_TRUE(server->waitForHandshake(1, std::chrono::seconds(5)));
+    const std::string lost = logged(), disconnected = "[WARN] disconnected \r\n";
+    const int warned = count_of(lost, disconnected);
+    EXPECT_TRUE(warned >= 2 && warned <= 3 && lost.size() == warned * disconnected.size()) << lost;
 }
 
 TEST(SavedSequence, ReadsTheFirstNumberOfTheConfirmFile) {

@@ -74,7 +74,7 @@ TEST(Notify, ReadyBeforeTheFirstConnectThenStatusAndWatchdogFollowTheConnection)
     // second to log. The server listens only later. The address fills its 127-character field
     // (inet_addr reads up to the blank) and is reported whole.
     const std::string ip = "127.0.0.1" + std::string(117, ' ') + "x";
-    ConnectedDaemon run("/tmp/notify/mnt", {"BOX", "10"}, -1,
+    ConnectedDaemon run("/tmp/notify/mnt", {"BOX", "10"},
                         {"/usr/bin/strace", "-qq", "-o", "/dev/null", "-e", "trace=write", "-e",
                          "inject=write:delay_enter=300000", "/bin/sh", "-c",
                          "exec \"$0\" '" + ip + "' \"$2\" \"$3\" \"$4\""},

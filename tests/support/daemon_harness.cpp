@@ -21,8 +21,6 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/support/hostile_run.h"
-
 namespace hoxen_test {
 
 std::string read_file(const std::string& path) {
@@ -125,7 +123,7 @@ double now() {
         .count();
 }
 
-Child::Child(const std::vector<std::string>& argv, int closedFd) {
+Child::Child(const std::vector<std::string>& argv) {
     std::vector<char*> args;
     for (const std::string& arg : argv) args.push_back(const_cast<char*>(arg.c_str()));
     args.push_back(nullptr);
@@ -134,10 +132,7 @@ Child::Child(const std::vector<std::string>& argv, int closedFd) {
         return;
     _pid = fork();
     if (_pid == 0) {
-        if (closedFd != STDOUT_FILENO)
-            dup2(fds[1], STDOUT_FILENO);
-        if (closedFd >= 0)
-            close(closedFd);
+        dup2(fds[1], STDOUT_FILENO);
         execv(args[0], args.data());
         _exit(127);
     }
@@ -199,8 +194,7 @@ void start_scenario(bool logging, int checkerSeconds) {
 }
 
 ConnectedDaemon::ConnectedDaemon(const std::string& mountDir, std::vector<std::string> args,
-                                 int closedFd, const std::vector<std::string>& launcher,
-                                 bool serverDown)
+                                 const std::vector<std::string>& launcher, bool serverDown)
     : mountDir(mountDir) {
     std::filesystem::create_directories(mountDir);
     fuse = std::make_unique<Child>(
@@ -212,7 +206,7 @@ ConnectedDaemon::ConnectedDaemon(const std::string& mountDir, std::vector<std::s
         server.stopListening();
     args.insert(args.begin(), {kHoxen, "127.0.0.1", std::to_string(server.port())});
     args.insert(args.begin(), launcher.begin(), launcher.end());
-    daemon = std::make_unique<Child>(args, closedFd);
+    daemon = std::make_unique<Child>(args);
     if (!serverDown) {
         EXPECT_TRUE(server.waitForHandshake(0, std::chrono::seconds(10), &hello))
             << daemon->output();
@@ -251,62 +245,6 @@ Footprint footprint_of(pid_t pid) {
                &utime, &stime) == 2)
         f.cpuTicks = utime + stime;
     return f;
-}
-
-static std::string describe(const Footprint& f) {
-    return "fds " + std::to_string(f.fds) + ", rss " + std::to_string(f.rssKib) + " KiB, threads " +
-           std::to_string(f.threads) + ", cpu " + std::to_string(f.cpuTicks) + " ticks";
-}
-
-bool HostileRun::message(size_t conn, const std::string& text, const std::string& printed) {
-    _expected.push_back(printed.empty() ? std::string(text.c_str()) : printed);
-    return server.sendFrame(conn, "#1:" + text);
-}
-
-void HostileRun::expect_all_delivered(double seconds) {
-    const std::string prefix = "Recevied Msg: ";
-    const int expected = static_cast<int>(_expected.size());
-    auto checks = [] { return count_of(read_file(kCheckerRecord), "m\n"); };
-    EXPECT_TRUE(wait_until(
-        [&] { return count_of(daemon->output(), prefix) >= expected && checks() >= expected; },
-        seconds))
-        << count_of(daemon->output(), prefix) << " printed, " << checks() << " checks of "
-        << expected;
-    // Checkers still starting would show late.
-    std::this_thread::sleep_for(std::chrono::milliseconds(300));
-    const std::string& out = daemon->output();
-    EXPECT_EQ(count_of(out, prefix), expected);
-    EXPECT_EQ(checks(), expected);
-    for (const std::string& text : _expected)
-        EXPECT_EQ(count_of(out, prefix + text + "\r\n"), 1) << text.substr(0, 60);
-}
-
-Footprint HostileRun::footprint() {
-    Footprint least = footprint_of(daemon->pid());
-    for (int i = 0; i < 10; ++i) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(50));
-        Footprint f = footprint_of(daemon->pid());
-        least = f.threads < least.threads ? f : least;
-    }
-    return least;
-}
-
-void HostileRun::expect_footprint_kept(const Footprint& before) {
-    Footprint now;
-    wait_until(
-        [&] {
-            now = footprint();
-            return now.threads <= before.threads && now.fds <= before.fds + 1;
-        },
-        5);
-    const std::string change = describe(before) + " -> " + describe(now);
-    printf("footprint: %s\n", change.c_str());
-    EXPECT_LE(now.threads, before.threads) << change;
-    EXPECT_LE(std::abs(now.fds - before.fds), 1) << change;
-#ifndef HOXEN_SANITIZED  // sanitizer quarantine and shadow memory grow resident memory
-    EXPECT_LE(now.rssKib - before.rssKib, 256) << change;
-#endif
-    EXPECT_TRUE(daemon->running());
 }
 
 }  // namespace hoxen_test

@@ -29,12 +29,20 @@ std::string daily_log_path();
 // True while /proc/self/mounts lists `dir` as a mount point.
 bool is_mount_point(const std::string& dir);
 
+// What a process holds: descriptors, resident memory, threads, user + system CPU clock ticks.
+struct Footprint {
+    int fds = -1;
+    long rssKib = -1;
+    int threads = -1;
+    long cpuTicks = -1;
+};
+Footprint footprint_of(pid_t pid);
+
 // A child process whose standard output the test reads through a pipe; its standard error
 // stays the test's own. Destruction kills (SIGKILL) and reaps it if it still runs.
 class Child {
 public:
-    // `closedFd` (0, 1 or 2) is closed in the child before it runs (1: no output to read).
-    explicit Child(const std::vector<std::string>& argv, int closedFd = -1);
+    explicit Child(const std::vector<std::string>& argv);
     ~Child();
     Child(const Child&) = delete;
     Child& operator=(const Child&) = delete;
@@ -82,7 +90,7 @@ void start_scenario(bool logging, int checkerSeconds = 0);
 // listens only once the test calls server.listen(port), and no handshake is awaited.
 struct ConnectedDaemon {
     explicit ConnectedDaemon(const std::string& mountDir,
-                             std::vector<std::string> args = {"BOX", "10"}, int closedFd = -1,
+                             std::vector<std::string> args = {"BOX", "10"},
                              const std::vector<std::string>& launcher = {},
                              bool serverDown = false);
     ~ConnectedDaemon();
