@@ -14,7 +14,7 @@
 #include <string>
 #include <thread>
 
-#include "tests/support/daemon_harness.h"
+#include "bench/process_footprint.h"
 #include "tools/pushserver/push_server.h"
 
 using namespace hoxen_test;

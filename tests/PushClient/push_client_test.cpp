@@ -120,7 +120,7 @@ protected:
 };
 
 int openDescriptors() {
-    return hoxen_test::footprint_of(getpid()).fds;
+    return hoxen_test::descriptor_count(getpid());
 }
 
 // True once the descriptor count came back to `baseline`, within 2 s.

@@ -49,7 +49,7 @@ TEST(DailyLog, FollowsTheLocalDateAndWritesOnlyWhileSwitchedOnLeavingNoStreamOpe
 
     shell("rm -rf /var/log/quillo /tmp/logging.dat /tmp/commands");
     fake("mkdir", {}, "sleep 1; /bin/mkdir -p \"$@\"");
-    const int before = footprint_of(getpid()).fds;
+    const int before = descriptor_count(getpid());
     log_text("[INFO] not recorded");
     EXPECT_FALSE(file_exists("/var/log/quillo"));
 
@@ -62,7 +62,7 @@ TEST(DailyLog, FollowsTheLocalDateAndWritesOnlyWhileSwitchedOnLeavingNoStreamOpe
     log_text(std::string(229, 'y'));  // one too many: cut, keeping its stamp and line end
     shell("rm -f /tmp/logging.dat");
     log_text("[INFO] switched off");
-    EXPECT_EQ(footprint_of(getpid()).fds, before);
+    EXPECT_EQ(descriptor_count(getpid()), before);
 
     EXPECT_EQ(
         commands(start, end),
@@ -127,7 +127,7 @@ TEST(StopSequence, KillPassesPauseASecondAndEndWhenTheLookupFindsNothing) {
     const std::string ps = "root PID 1 0 10:00 ? 00:00:00 ";
     fake("umount", {}, "sleep 1");
     fake("pidof", {""});
-    const int descriptors = footprint_of(getpid()).fds;
+    const int descriptors = descriptor_count(getpid());
     // Each stop with its lookup's outputs ('|' between calls; PID: a sleeping child of ours,
     // which must end by kill -9), then the commands run and their pace, then the log.
     struct {
@@ -172,7 +172,7 @@ TEST(StopSequence, KillPassesPauseASecondAndEndWhenTheLookupFindsNothing) {
             << done;
     }
     EXPECT_EQ(check_count, 4);
-    EXPECT_EQ(footprint_of(getpid()).fds, descriptors);  // every listing closed
+    EXPECT_EQ(descriptor_count(getpid()), descriptors);  // every listing closed
     for (const char* file : {"/tmp/pwned1", "/tmp/pwned2", "/tmp/pwned3"}) {
         EXPECT_FALSE(file_exists(file)) << file;
     }

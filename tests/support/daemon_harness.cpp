@@ -226,25 +226,10 @@ void ConnectedDaemon::unmount() {
     fuse->wait_exit(5, &status);
 }
 
-Footprint footprint_of(pid_t pid) {
-    const std::string proc = "/proc/" + std::to_string(pid);
-    Footprint f;
+int descriptor_count(pid_t pid) {
     std::error_code error;
-    f.fds = int(std::distance(std::filesystem::directory_iterator(proc + "/fd", error), {}));
-    const std::string status = read_file(proc + "/status");
-    auto field = [&](const char* name) {
-        size_t at = status.find(std::string("\n") + name + ":");
-        return at == std::string::npos ? -1 : atol(status.c_str() + at + strlen(name) + 2);
-    };
-    f.rssKib = field("VmRSS");
-    f.threads = int(field("Threads"));
-    // The fields after the name, which may hold blanks: state, 10 numbers, utime, stime.
-    const std::string stat = read_file(proc + "/stat");
-    long utime = 0, stime = 0;
-    if (sscanf(stat.c_str() + stat.rfind(')') + 1, " %*c%*d%*d%*d%*d%*d%*u%*u%*u%*u%*u%ld%ld",
-               &utime, &stime) == 2)
-        f.cpuTicks = utime + stime;
-    return f;
+    const std::string fds = "/proc/" + std::to_string(pid) + "/fd";
+    return int(std::distance(std::filesystem::directory_iterator(fds, error), {}));
 }
 
 }  // namespace hoxen_test

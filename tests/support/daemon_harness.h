@@ -29,14 +29,8 @@ std::string daily_log_path();
 // True while /proc/self/mounts lists `dir` as a mount point.
 bool is_mount_point(const std::string& dir);
 
-// What a process holds: descriptors, resident memory, threads, user + system CPU clock ticks.
-struct Footprint {
-    int fds = -1;
-    long rssKib = -1;
-    int threads = -1;
-    long cpuTicks = -1;
-};
-Footprint footprint_of(pid_t pid);
+// How many descriptors the process holds.
+int descriptor_count(pid_t pid);
 
 // A child process whose standard output the test reads through a pipe; its standard error
 // stays the test's own. Destruction kills (SIGKILL) and reaps it if it still runs.
