@@ -67,6 +67,11 @@ template <int n>
     return _mm256_cmpeq_epi8(x, y);
 }
 
+template <int order>
+[[gnu::always_inline]] inline vec dwords(vec x) {
+    return _mm256_shuffle_epi32(x, order);
+}
+
 #else
 
 using vec = __m128i;
@@ -102,6 +107,11 @@ template <int n>
     return _mm_cmpeq_epi8(x, y);
 }
 
+template <int order>
+[[gnu::always_inline]] inline vec dwords(vec x) {
+    return _mm_shuffle_epi32(x, order);
+}
+
 #endif
 
 using planes = vec[8];
@@ -120,6 +130,26 @@ constexpr order rowsDown(int rows, int t) {
     for (int q = 0; q < 32; ++q) {
         int row = q % 16 / 4, col = q % 4;
         o.byte[q] = static_cast<int8_t>(4 * ((row + rows) & 3) + ((col + rows * t) & 3));
+    }
+    return o;
+}
+
+// Deciphering in SSE registers shifts the rows in place every round instead (t stays 0), so
+// that the three column turns of a round are dword shuffles, which write a register of their
+// own, where SSE's byte shuffle overwrites its input and keeping that costs a copy. With AVX2's
+// three-operand forms the copies are free, and fixed rows save the shifts.
+#if defined(TAVIK_AES_AVX2)
+constexpr bool decipherShifts = false;
+#else
+constexpr bool decipherShifts = true;
+#endif
+
+// InvShiftRows on rows in place: row r turns right by r bytes.
+constexpr order invShiftRows() {
+    order o{};
+    for (int q = 0; q < 32; ++q) {
+        int row = q % 16 / 4, col = q % 4;
+        o.byte[q] = static_cast<int8_t>(4 * row + ((col - row) & 3));
     }
     return o;
 }
@@ -147,8 +177,9 @@ constexpr order nextRow[4] = {rowsDown(1, 0), rowsDown(1, 1), rowsDown(1, 2), ro
 constexpr order rowAfterNext[4] = {rowsDown(2, 0), rowsDown(2, 1), rowsDown(2, 2),
                                    rowsDown(2, 3)};
 constexpr order keyOrder[4] = {fromMemory(0), fromMemory(1), fromMemory(2), fromMemory(3)};
-// Both directions end after ten (inverse) shifts: t = 2 either way.
-constexpr order blockOrder = fromMemory(0), outputOrder = toMemory(2);
+// Both directions end after ten (inverse) shifts: t = 2 either way, unless shifted in place.
+constexpr order blockOrder = fromMemory(0), outputOrder = toMemory(2),
+                inPlaceOutputOrder = toMemory(0), inPlaceInvShift = invShiftRows();
 
 [[gnu::always_inline]] inline vec reorder(vec x, const order& o) {
     return shuffle(x, *reinterpret_cast<const vec*>(o.byte));
@@ -189,7 +220,8 @@ schedule keyPlanes(const uint8_t* roundKey, bool encipher) {
         if (r > 0) {
             key = _mm_xor_si128(key, _mm_set1_epi8(0x63));
         }
-        const vec k = reorder(bytes(key), keyOrder[(encipher ? r : r + 2) & 3]);
+        const int shifts = encipher ? r : decipherShifts ? 0 : r + 2;
+        const vec k = reorder(bytes(key), keyOrder[shifts & 3]);
 #pragma GCC unroll 8
         for (int b = 0; b < 8; ++b) {
             const vec bit = bytes(_mm_set1_epi8(static_cast<char>(1 << b)));
@@ -204,19 +236,30 @@ schedule keyPlanes(const uint8_t* roundKey, bool encipher) {
     for (int b = 0; b < 8; ++b) x[b] ^= k[b];
 }
 
+// Every byte of x takes the byte one (or two) rows further down its column, after the given
+// number of shifts, or with the rows shifted in place.
+template <int rows, bool inPlace>
+[[gnu::always_inline]] inline vec rowsDown(vec x, int shifts) {
+    if (inPlace) {
+        return dwords<(rows == 1 ? 0x39 : 0x4e)>(x);
+    }
+    return reorder(x, rows == 1 ? nextRow[shifts] : rowAfterNext[shifts]);
+}
+
 // 2 a0 + 3 a1 + a2 + a3 for each byte, ak being the byte k rows further down its column: with
 // t = a0 + a1 that is 2 t + a1 + (a2 + a3). Doubling moves every bit up one plane and adds
 // the top bit at the bits of 0x1b.
+template <bool inPlace = false>
 [[gnu::always_inline]] inline void mixColumns(planes& x, int shifts) {
     vec next[8], t[8];
 #pragma GCC unroll 8
     for (int b = 0; b < 8; ++b) {
-        next[b] = reorder(x[b], nextRow[shifts]);
+        next[b] = rowsDown<1, inPlace>(x[b], shifts);
         t[b] = x[b] ^ next[b];
     }
 #pragma GCC unroll 8
     for (int b = 0; b < 8; ++b) {
-        x[b] = next[b] ^ reorder(t[b], rowAfterNext[shifts]) ^ t[(b + 7) & 7];
+        x[b] = next[b] ^ rowsDown<2, inPlace>(t[b], shifts) ^ t[(b + 7) & 7];
     }
     x[1] ^= t[7];
     x[3] ^= t[7];
@@ -224,16 +267,17 @@ schedule keyPlanes(const uint8_t* roundKey, bool encipher) {
 }
 
 // InvMixColumns is MixColumns after multiplying each column by 4 x^2 + 5: a0 + 4 (a0 + a2).
+template <bool inPlace>
 [[gnu::always_inline]] inline void invMixColumns(planes& x, int shifts) {
     vec u[8];
 #pragma GCC unroll 8
-    for (int b = 0; b < 8; ++b) u[b] = x[b] ^ reorder(x[b], rowAfterNext[shifts]);
+    for (int b = 0; b < 8; ++b) u[b] = x[b] ^ rowsDown<2, inPlace>(x[b], shifts);
     const vec u67 = u[6] ^ u[7];
     const vec times4[8] = {u[6],       u67,         u[0] ^ u[7], u[1] ^ u[6],
                            u[2] ^ u67, u[3] ^ u[7], u[4],        u[5]};
 #pragma GCC unroll 8
     for (int b = 0; b < 8; ++b) x[b] ^= times4[b];
-    mixColumns(x, shifts);
+    mixColumns<inPlace>(x, shifts);
 }
 
 [[gnu::always_inline]] inline void encryptPlanes(const schedule& s, planes& x) {
@@ -247,15 +291,24 @@ schedule keyPlanes(const uint8_t* roundKey, bool encipher) {
     addRoundKey(x, s.k[Nr]);
 }
 
+[[gnu::always_inline]] inline void invShiftInPlace(planes& x) {
+    if (decipherShifts) {
+#pragma GCC unroll 8
+        for (int b = 0; b < 8; ++b) x[b] = reorder(x[b], inPlaceInvShift);
+    }
+}
+
 // The inverse rounds as the cipher defines them: InvShiftRows, InvSubBytes, AddRoundKey,
 // then InvMixColumns, so the round keys need no transformation.
 [[gnu::always_inline]] inline void decryptPlanes(const schedule& s, planes& x) {
     addRoundKey(x, s.k[Nr]);
     for (int r = Nr - 1; r > 0; --r) {
+        invShiftInPlace(x);
         circuit::invSubBytes(x);
         addRoundKey(x, s.k[r]);
-        invMixColumns(x, (r + 2) & 3);
+        invMixColumns<decipherShifts>(x, (r + 2) & 3);
     }
+    invShiftInPlace(x);
     circuit::invSubBytes(x);
     addRoundKey(x, s.k[0]);
 }
@@ -273,7 +326,9 @@ template <bool encipher>
     }
     transpose(x);
 #pragma GCC unroll 8
-    for (int j = 0; j < 8; ++j) x[j] = reorder(x[j], outputOrder);
+    for (int j = 0; j < 8; ++j) {
+        x[j] = reorder(x[j], encipher || !decipherShifts ? outputOrder : inPlaceOutputOrder);
+    }
 }
 
 template <bool encipher>
