@@ -217,16 +217,11 @@ void ignore_signal(int sig) {
                               volatile bool* failed) {
     for (int sig : {SIGINT, SIGQUIT, __SIGRTMIN, __SIGRTMIN + 1}) ignore_signal(sig);
     close_range(STDERR_FILENO + 1, ~0U, 0);
-    int in = open(kNullDevice, O_RDONLY);
-    if (in >= 0 && in != STDIN_FILENO) {
-        dup2(in, STDIN_FILENO);
-        close(in);
-    }
-    int out = open(kNullDevice, O_WRONLY | O_CREAT | O_TRUNC, 0666);
-    if (out >= 0 && out != STDOUT_FILENO) {
-        dup2(out, STDOUT_FILENO);
-        close(out);
-    }
+    // open() takes the lowest free descriptor: the one just closed.
+    close(STDIN_FILENO);
+    open(kNullDevice, O_RDONLY);
+    close(STDOUT_FILENO);
+    open(kNullDevice, O_WRONLY | O_CREAT | O_TRUNC, 0666);
     dup2(STDOUT_FILENO, STDERR_FILENO);
     execve(argv[0], argv, env);
     // A file without "#!" is a shell script to a shell: it runs it with sh.
