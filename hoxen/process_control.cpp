@@ -206,15 +206,13 @@ void ignore_signal(int sig) {
 
 // Body of the checker's process until its exec. It is a vfork() child: it runs on the
 // caller's stack below the caller's frame and in our memory, while the caller waits and our
-// other threads go on. So it touches nothing shared (no heap, no locks, no stdio) but
-// `failed`, never returns, and ends in exec or _exit; signal dispositions and descriptors are
-// its own. It sets itself up as a non-interactive shell sets up a command started with "&",
+// other threads go on. So it touches nothing shared (no heap, no locks, no stdio), never
+// returns, and ends in exec or _exit; signal dispositions and descriptors are its own. It sets itself up as a non-interactive shell sets up a command started with "&",
 // as it was started by a shell that the C library's posix_spawn started: SIGINT, SIGQUIT and
 // the C library's own two signals ignored, standard input on /dev/null; and here standard
 // output and error on /dev/null too. Everything else of ours (socket, log, pipes) is closed,
 // whoever opened it and however.
-[[noreturn]] void run_checker(char* const argv[], char* const shellArgv[], char* const env[],
-                              volatile bool* failed) {
+[[noreturn]] void run_checker(char* const argv[], char* const shellArgv[], char* const env[]) {
     for (int sig : {SIGINT, SIGQUIT, __SIGRTMIN, __SIGRTMIN + 1}) ignore_signal(sig);
     close_range(STDERR_FILENO + 1, ~0U, 0);
     // open() takes the lowest free descriptor: the one just closed.
@@ -227,7 +225,6 @@ void ignore_signal(int sig) {
     // A file without "#!" is a shell script to a shell: it runs it with sh.
     if (errno == ENOEXEC)
         execve(kShell, shellArgv, env);
-    *failed = true;
     _exit(127);
 }
 
@@ -239,22 +236,18 @@ void ignore_signal(int sig) {
 // do. A program sees that only in its parent's pid (getppid, ps's PPID column), which no
 // checker has a use for. A reaper thread collects it once it ends, so that none is left as a
 // zombie. We wait only for the exec, never for the program. A program that cannot be started
-// leaves no trace: the shell's complaint went to /dev/null too.
+// leaves no trace (its process ends at once and is collected as well): the shell's complaint
+// went to /dev/null too.
 void launch_in_background(const char* program, const char* arg) {
     std::string pwd;
     std::vector<char*> env = shell_environment(pwd);
     char* const argv[] = {const_cast<char*>(program), const_cast<char*>(arg), nullptr};
     char* const shellArgv[] = {const_cast<char*>(kShell), const_cast<char*>(program),
                                const_cast<char*>(arg), nullptr};
-    volatile bool failed = false;
     pid_t pid = vfork();
     if (pid == 0)
-        run_checker(argv, shellArgv, env.data(), &failed);
-    if (pid < 0)
-        return;
-    if (failed)
-        waitpid(pid, nullptr, 0);
-    else
+        run_checker(argv, shellArgv, env.data());
+    if (pid > 0)
         note_launched(pid);
 }
 
