@@ -204,14 +204,14 @@ void ignore_signal(int sig) {
     syscall(SYS_rt_sigaction, sig, &action, nullptr, sizeof(action.mask));
 }
 
-// Body of the checker's process until its exec. It is a vfork() child: it runs on the
-// caller's stack below the caller's frame and in our memory, while the caller waits and our
-// other threads go on. So it touches nothing shared (no heap, no locks, no stdio), never
-// returns, and ends in exec or _exit; signal dispositions and descriptors are its own. It sets itself up as a non-interactive shell sets up a command started with "&",
-// as it was started by a shell that the C library's posix_spawn started: SIGINT, SIGQUIT and
-// the C library's own two signals ignored, standard input on /dev/null; and here standard
-// output and error on /dev/null too. Everything else of ours (socket, log, pipes) is closed,
-// whoever opened it and however.
+// Body of the checker's process until its exec. It is a vfork() child: it runs on the caller's
+// stack below the caller's frame and in our memory, while the caller waits and our other threads go
+// on. So it touches nothing shared (no heap, no locks, no stdio), never returns, and ends in exec
+// or _exit; signal dispositions and descriptors are its own. It sets itself up as a non-interactive
+// shell sets up a command started with "&", as it was started by a shell that the C library's
+// posix_spawn started: SIGINT, SIGQUIT and the C library's own two signals ignored, standard input
+// on /dev/null; and here standard output and error on /dev/null too. Everything else of ours
+// (socket, log, pipes) is closed, whoever opened it and however.
 [[noreturn]] void run_checker(char* const argv[], char* const shellArgv[], char* const env[]) {
     for (int sig : {SIGINT, SIGQUIT, __SIGRTMIN, __SIGRTMIN + 1}) ignore_signal(sig);
     close_range(STDERR_FILENO + 1, ~0U, 0);
