@@ -3,11 +3,12 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <signal.h>
-#include <spawn.h>
+#include <sys/syscall.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -15,6 +16,8 @@
 #include <vector>
 
 #include "hoxen/daily_log.h"
+#include "tavik/tk_mutex.h"
+#include "tavik/tk_thread.h"
 
 namespace {
 
@@ -30,6 +33,7 @@ const char kIntegrityMode[] = "m";
 const char kShell[] = "/bin/sh";
 const char kNullDevice[] = "/dev/null";
 const char kSequenceFile[] = "/tmp/hoxen_confirm.txt";
+const useconds_t kForeignChildPause = 5000;
 
 // Runs `command` and copies into `line` the first output line that holds `needle` and not
 // "grep" (a pipeline finds its own grep otherwise). False when no line matched or the
@@ -120,64 +124,131 @@ std::vector<char*> shell_environment(std::string& storage) {
     return env;
 }
 
-// Body of the short-lived middle process of launch_in_background. It is a vfork() child: it
-// runs on the caller's stack below the caller's frame and in our memory, while the caller
-// waits and our other threads go on. So it touches nothing shared (no heap, no locks, no
-// stdio), never returns, and ends with _exit; signal dispositions and descriptors are its
-// own. It leaves its child as a non-interactive shell leaves a command started with "&":
-// SIGINT and SIGQUIT ignored, standard input on /dev/null; and here standard output and
-// error on /dev/null too. Everything else of ours (socket, log, pipes) is closed, whoever
-// opened it and however.
-[[noreturn]] void run_middle(char* const argv[], char* const shellArgv[], char* const env[]) {
-    struct sigaction ignore;
-    memset(&ignore, 0, sizeof(ignore));
-    ignore.sa_handler = SIG_IGN;
-    sigaction(SIGINT, &ignore, nullptr);
-    sigaction(SIGQUIT, &ignore, nullptr);
+// Checkers started and not yet collected, and whether a reaper thread is collecting them.
+// Never destroyed: a reaper may still run while the process exits.
+struct Checkers {
+    tavik::mutex lock;
+    std::vector<pid_t> pids;
+    bool reaping = false;
+};
+Checkers& checkers() {
+    static Checkers* all = new Checkers;
+    return *all;
+}
+
+// Collects the checkers that ended. Called with the lock held.
+void collect_ended(std::vector<pid_t>& pids) {
+    for (size_t i = 0; i < pids.size();) {
+        if (waitpid(pids[i], nullptr, WNOHANG) != 0)
+            pids.erase(pids.begin() + i);
+        else
+            ++i;
+    }
+}
+
+// Runs while checkers are outstanding. It sleeps until a child of ours ends, which it learns
+// without collecting it (WNOWAIT): a checker it collects, another child (of system() or
+// popen()) it leaves to the call that waits for it. A checker that never ends holds up none.
+class Reaper : public tavik::thread<true> {
+public:
+    void run() override {
+        Checkers& c = checkers();
+        for (;;) {
+            siginfo_t info;
+            memset(&info, 0, sizeof(info));
+            const bool ended = waitid(P_ALL, 0, &info, WEXITED | WNOWAIT) == 0;
+            if (!ended && errno == EINTR)
+                continue;
+            {
+                tavik::_objBlocking hold(&c.lock);
+                auto it = std::find(c.pids.begin(), c.pids.end(), info.si_pid);
+                if (ended && it != c.pids.end()) {
+                    waitpid(info.si_pid, nullptr, 0);
+                    c.pids.erase(it);
+                    continue;
+                }
+                collect_ended(c.pids);
+                if (c.pids.empty()) {
+                    c.reaping = false;
+                    return;
+                }
+            }
+            // Someone else's child, which its own call collects in a moment (or no wait
+            // could be made): a look again shortly, not a busy loop.
+            usleep(kForeignChildPause);
+        }
+    }
+};
+
+void note_launched(pid_t pid) {
+    Checkers& c = checkers();
+    tavik::_objBlocking hold(&c.lock);
+    c.pids.push_back(pid);
+    if (c.reaping)
+        return;
+    Reaper* reaper = new Reaper;
+    c.reaping = reaper->start(nullptr) != 0;
+    if (!c.reaping)  // tried again at the next launch
+        delete reaper;
+}
+
+// Sets `sig` to be ignored. The kernel's own call: the C library refuses its two internal
+// signals. The record is the kernel's for x86-64 and arm64; only its first field is not 0.
+void ignore_signal(int sig) {
+    struct {
+        void (*handler)(int);
+        unsigned long flags;
+        void (*restorer)();
+        unsigned long mask;
+    } action = {SIG_IGN, 0, nullptr, 0};
+    syscall(SYS_rt_sigaction, sig, &action, nullptr, sizeof(action.mask));
+}
+
+// Body of the checker's process until its exec. It is a vfork() child: it runs on the caller's
+// stack below the caller's frame and in our memory, while the caller waits and our other threads go
+// on. So it touches nothing shared (no heap, no locks, no stdio), never returns, and ends in exec
+// or _exit; signal dispositions and descriptors are its own. It sets itself up as a non-interactive
+// shell sets up a command started with "&", as it was started by a shell that the C library's
+// posix_spawn started: SIGINT, SIGQUIT and the C library's own two signals ignored, standard input
+// on /dev/null; and here standard output and error on /dev/null too. Everything else of ours
+// (socket, log, pipes) is closed, whoever opened it and however.
+[[noreturn]] void run_checker(char* const argv[], char* const shellArgv[], char* const env[]) {
+    for (int sig : {SIGINT, SIGQUIT, __SIGRTMIN, __SIGRTMIN + 1}) ignore_signal(sig);
     close_range(STDERR_FILENO + 1, ~0U, 0);
-    int in = open(kNullDevice, O_RDONLY);
-    if (in >= 0 && in != STDIN_FILENO) {
-        dup2(in, STDIN_FILENO);
-        close(in);
-    }
-    int out = open(kNullDevice, O_WRONLY | O_CREAT | O_TRUNC, 0666);
-    if (out >= 0 && out != STDOUT_FILENO) {
-        dup2(out, STDOUT_FILENO);
-        close(out);
-    }
+    // open() takes the lowest free descriptor: the one just closed.
+    close(STDIN_FILENO);
+    open(kNullDevice, O_RDONLY);
+    close(STDOUT_FILENO);
+    open(kNullDevice, O_WRONLY | O_CREAT | O_TRUNC, 0666);
     dup2(STDOUT_FILENO, STDERR_FILENO);
-    // posix_spawn, as the shell itself was started: it also leaves the C library's own
-    // signals ignored. It returns once the exec is done, and the middle process ends.
-    pid_t pid;
-    if (posix_spawn(&pid, argv[0], nullptr, nullptr, argv, env) == ENOEXEC) {
-        // A file without "#!" is a shell script to a shell: it runs it with sh.
-        posix_spawn(&pid, kShell, nullptr, nullptr, shellArgv, env);
-    }
-    _exit(0);
+    execve(argv[0], argv, env);
+    // A file without "#!" is a shell script to a shell: it runs it with sh.
+    if (errno == ENOEXEC)
+        execve(kShell, shellArgv, env);
+    _exit(127);
 }
 
 // Starts `program arg` the way the shell ran "program arg > /dev/null 2>&1 &", without the
-// shell's own start-up. Nothing the program or anyone else can see changes: the same
-// program, arguments (a file without "#!" runs as "/bin/sh program arg", as the shell ran
-// it), environment (PWD included), signal mask and dispositions, standard descriptors and
-// no other, process group and session; and the program is the child of a middle process
-// that ends once it has started, as the shell did, so init (or the nearest subreaper)
-// adopts and reaps it, never us. We wait only for the middle process, which lives as long
-// as two exec calls at most, never for the program. A program that cannot be started
-// leaves no trace: the shell's complaint went to /dev/null too.
+// shell's own start-up: the same program, arguments (a file without "#!" runs as
+// "/bin/sh program arg", as the shell ran it), environment (PWD included), signal mask and
+// dispositions, standard descriptors and no other, process group and session. One thing
+// differs: the shell's program was adopted by init, ours stays our child until it ends or we
+// do. A program sees that only in its parent's pid (getppid, ps's PPID column), which no
+// checker has a use for. A reaper thread collects it once it ends, so that none is left as a
+// zombie. We wait only for the exec, never for the program. A program that cannot be started
+// leaves no trace (its process ends at once and is collected as well): the shell's complaint
+// went to /dev/null too.
 void launch_in_background(const char* program, const char* arg) {
     std::string pwd;
     std::vector<char*> env = shell_environment(pwd);
     char* const argv[] = {const_cast<char*>(program), const_cast<char*>(arg), nullptr};
     char* const shellArgv[] = {const_cast<char*>(kShell), const_cast<char*>(program),
                                const_cast<char*>(arg), nullptr};
-    pid_t middle = vfork();
-    if (middle == 0)
-        run_middle(argv, shellArgv, env.data());
-    if (middle < 0)
-        return;
-    while (waitpid(middle, nullptr, 0) < 0 && errno == EINTR) {
-    }
+    pid_t pid = vfork();
+    if (pid == 0)
+        run_checker(argv, shellArgv, env.data());
+    if (pid > 0)
+        note_launched(pid);
 }
 
 }  // namespace

@@ -1,7 +1,8 @@
 // Process lookup and shutdown: the daemon's one place for processes and the shell.
 // Lookups run shell pipelines (pidof, ps, mount) and read their output; stop functions
 // run kill and umount. Lookups return -1 when nothing is found. getMountPath returns
-// static storage and must not be called from two threads at once; the rest keep no state.
+// static storage and must not be called from two threads at once; start_integrity_check
+// keeps the checkers it started until a thread of its own has collected them.
 #ifndef HOXEN_PROCESS_CONTROL_H
 #define HOXEN_PROCESS_CONTROL_H
 
@@ -42,7 +43,8 @@ void stop_hoxen();
 
 // Starts the integrity checker in its manual mode, in the background, output discarded, as
 // the shell did for "CHECKER m > /dev/null 2>&1 &" but without one: returns once the checker
-// runs, never waits for it, and leaves no child behind. The checker gets none of our
+// runs, never waits for it. The checker is our child (the shell's was init's); a thread of
+// ours collects it once it ends, and never any other child. The checker gets none of our
 // descriptors beyond 0, 1 and 2. Safe from any thread.
 void start_integrity_check();
 
