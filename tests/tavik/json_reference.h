@@ -36,15 +36,11 @@ inline std::string removeGabage(const std::string& s) {
     std::string out;
     bool inString = false;
     for (size_t i = 0; i < s.size(); i++) {
-        char c = s[i];
-        if (c == '"') inString = !inString;
-        if (c == '\\') {
-            out += c;
-            if (i + 1 < s.size()) out += s[++i];
-        } else if (inString || c == '"') {
-            out += c;
-        } else if (c != '\r' && c != '\n' && c != '\t') {
-            out += c == ',' ? ' ' : c;
+        inString ^= s[i] == '"';
+        if (s[i] == '\\') {
+            out += s.substr(i++, 2);
+        } else if (inString || s[i] == '"' || std::string("\r\n\t").find(s[i]) == s.npos) {
+            out += !inString && s[i] == ',' ? ' ' : s[i];
         }
     }
     return out;
@@ -60,11 +56,8 @@ inline std::vector<std::string> getTokens(const std::string& s) {
         buf.clear();
     };
     for (char c : s) {
-        if (backSlashMode) {
-            backSlashMode = false;
-            buf += c;
-        } else if (c == '\\') {
-            backSlashMode = true;
+        if (backSlashMode || c == '\\') {
+            backSlashMode = !backSlashMode;
             buf += c;
         } else if (mode >= 10) {
             buf += c;
