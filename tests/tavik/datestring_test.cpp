@@ -70,8 +70,6 @@ std::string referenceParse(const std::string& t) {
 TEST(DateStringTest, ParsesHeaderDates) {
     const char* cases[][2] = {
         {"Mon, 05 Mar 2026 14:07:09 +0900", "5.3.2026 14:7:9 +9:0"},
-        {"05 Mar 2026 14:07:09 -0530", "5.3.2026 14:7:9 -5:30"},  // no weekday
-        {"Thu, 31 Dec 1999 23:59:59 GMT", "31.12.1999 23:59:59 +0:0"},
         // Seconds that end the text are the two characters after the last colon.
         {"05 Mar 2026 14:07:0912", "5.3.2026 14:7:9 +0:0"},
         {"05 mar 2026 14:07:09 +0900", "5.-1.2026 14:7:9 +9:0"},

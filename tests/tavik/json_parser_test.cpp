@@ -1,6 +1,7 @@
 // The lenient JSON text parser, its steps, the writer and the listing, against the plain
-// step-by-step parser of json_reference.h on random texts. JSON_CHECK_TEXTS sets how many
-// texts (20000 by default), JSON_CHECK_SEED the seed of the first (1).
+// step-by-step parser of json_reference.h on random texts and on documents edited by hand.
+// JSON_CHECK_TEXTS sets how many texts (20000 by default), JSON_CHECK_SEED the seed of the
+// first (1).
 #include <gtest/gtest.h>
 #include <malloc.h>
 #include <pthread.h>
@@ -15,6 +16,14 @@
 using tavik::json;
 
 namespace {
+
+std::string printed(json& j, const char* prompt, int detail) {
+    json::setDisplayAllDetail(detail);
+    testing::internal::CaptureStdout();
+    j.displayAll(prompt);
+    json::setDisplayAllDetail(0);
+    return testing::internal::GetCapturedStdout();
+}
 
 // The text given as bytes, then edited by hand (a member replaced, one removed, an array of
 // scalars added), written, and printed at a detail level.
@@ -39,12 +48,8 @@ std::string editedAndPrinted(const std::string& text, int detail) {
     }
     ref::node edited = ref::toNode(&j);
     if (ref::getDoc(edited) != j.getDoc()) return "getDoc after edits";
-    json::setDisplayAllDetail(detail);
-    testing::internal::CaptureStdout();
-    j.displayAll("p");
-    json::setDisplayAllDetail(0);
-    std::string printed = testing::internal::GetCapturedStdout();
-    return printed == ref::display(edited, want.wrong, "p", detail) ? "" : "displayAll";
+    return printed(j, "p", detail) == ref::display(edited, want.wrong, "p", detail) ? ""
+                                                                                   : "displayAll";
 }
 
 }  // namespace
@@ -84,6 +89,13 @@ TEST(JsonParser, NullTextsAreRejectedAndParsedScalarsActAsAnyNode) {
     // A \x escape keeps the low byte of however many digits follow it.
     std::string hex = "\\x" + std::string(70, '0') + "41 \\x4142 b";
     EXPECT_STREQ("A B b", std::unique_ptr<char[]>(j.applyEscape(&hex[0])).get());
+    // The printed listing is a format: double percents fold. A rejected text is listed once.
+    json rate;
+    rate.add("rate", "100%% of %s %d %");
+    EXPECT_EQ("JSON: %%p\r\n\trate:100% of %s %d %\r\n", printed(rate, "%%%p", 2));
+    EXPECT_FALSE(rate.generate("not json"));
+    EXPECT_STREQ("not json\r\n", rate.getDisplay());
+    EXPECT_STREQ("", rate.getDisplay());
 }
 
 // On a thread with a small stack, so that whatever recursed once per level would overflow it.

