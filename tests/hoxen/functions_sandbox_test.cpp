@@ -73,7 +73,7 @@ TEST(DailyLog, FollowsTheLocalDateAndWritesOnlyWhileSwitchedOnLeavingNoStreamOpe
 
 TEST(ProcessLookup, PidsComeFromTheFirstMatchingLineThatIsNoGrepAndMountsFromFuseQuillo) {
     for (auto [text, pid] :
-         {std::pair<std::string, int>{"root 4242 1 0 10:00 ? 00:00:00 quillo", 4242},
+         {std::pair<std::string, int>{"root 4302 1 0 10:00 ? 00:00:00 quillo", 4302},
           {"user5     4242     1", 5},
           {"0 00 000 \t", -1},
           {"abc 0012x", 12},
