@@ -117,7 +117,9 @@ TEST(ByteBufTest, GrowsPastItsUnitByDoublingAndCopiesWhatWasPut) {
     EXPECT_EQ(1024u, tavik::bytebuf().size);  // the default unit, allocated at once
     tavik::bytebuf buf(4);
     EXPECT_EQ(nullptr, buf.getEx());
-    for (int i = 0; i < 1000; ++i) buf.put(static_cast<unsigned char>('a' + i % 26));
+    buf.put(static_cast<unsigned char>('a'));
+    EXPECT_STREQ("a", std::unique_ptr<char[]>(buf.getEx()).get());
+    for (int i = 1; i < 1000; ++i) buf.put(static_cast<unsigned char>('a' + i % 26));
     buf.put("XYZ");
     EXPECT_EQ(1024u, buf.size);
     std::unique_ptr<char[]> copy(buf.getEx());
