@@ -91,6 +91,7 @@ TEST_F(ProfileTest, LoadFollowsTheFileFormatAndSaveWritesNameOrderAndTwoDecimals
     p["c"];
     EXPECT_EQ(p.removeSection("section"), 1);
     EXPECT_EQ(p.Name(), nullptr);
+    EXPECT_EQ(p.findSection("section"), nullptr);
     p.section("mem");
     p.appendSection(" mem ");  // a blank-padded name whose trimmed form exists
     EXPECT_EQ(p.currentProfileSection, nullptr);
