@@ -111,6 +111,8 @@ TEST(ListTest, CopiesTextsIntoItsItemsAndRemovesTheFirstItemHoldingData) {
     tavik::listitem* end = nullptr;  // walking on from the end, or from no position, gives null
     EXPECT_EQ(nullptr, l.getNext(&end));
     EXPECT_EQ(nullptr, l.getNext(nullptr));
+    l.removeAll();
+    EXPECT_EQ(0u, l.count);
 }
 
 TEST(ByteBufTest, GrowsPastItsUnitByDoublingAndCopiesWhatWasPut) {
