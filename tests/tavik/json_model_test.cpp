@@ -85,6 +85,7 @@ TEST(JsonModel, PathReadsWalkObjectsAndArrayElements) {
     EXPECT_EQ(2u, j.getArraySize("a[0]:b"));
     EXPECT_EQ(1u, j.getArraySize("a"));
     EXPECT_EQ(0u, j.getArraySize("o:p"));
+    EXPECT_EQ(0u, j.getArraySize(nullptr));
     EXPECT_EQ(nullptr, j.getSubArray("s"));
     EXPECT_EQ(nullptr, j.getSubset("s"));
 
