@@ -2,6 +2,8 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <linux/futex.h>
+#include <sched.h>
 #include <signal.h>
 #include <sys/syscall.h>
 #include <sys/stat.h>
@@ -9,9 +11,11 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -34,6 +38,8 @@ const char kShell[] = "/bin/sh";
 const char kNullDevice[] = "/dev/null";
 const char kSequenceFile[] = "/tmp/hoxen_confirm.txt";
 const useconds_t kForeignChildPause = 5000;
+const size_t kChildStack = 16384;
+const size_t kLaunchBlocks = 64;
 
 // Runs `command` and copies into `line` the first output line that holds `needle` and not
 // "grep" (a pipeline finds its own grep otherwise). False when no line matched or the
@@ -103,9 +109,10 @@ void kill_found(int (*lookup)(), const char* noteAfter, const char* noteBefore) 
 
 // The environment a shell hands its commands: ours, with PWD naming the working folder.
 // The shell keeps an inherited PWD that is absolute and names the working folder, and else
-// exports the physical path of it. `storage` owns the texts that the result points to.
-std::vector<char*> shell_environment(std::string& storage) {
-    std::vector<char*> env;
+// exports the physical path of it. `storage` owns the texts that `env` points to.
+void shell_environment(std::string& storage, std::vector<char*>& env) {
+    storage.clear();
+    env.clear();
     const char* pwd = getenv("PWD");
     struct stat named, here;
     bool keep = pwd != nullptr && pwd[0] == '/' && stat(pwd, &named) == 0 &&
@@ -121,21 +128,38 @@ std::vector<char*> shell_environment(std::string& storage) {
     if (!storage.empty())
         env.push_back(&storage[0]);
     env.push_back(nullptr);
-    return env;
 }
 
-// Checkers started and not yet collected, and whether a reaper thread is collecting them.
-// Never destroyed: a reaper may still run while the process exits.
+// What a checker's process reads until its exec: arguments, environment, the caller's
+// signal mask, and the stack it runs on. `pending` is not 0 from the start of the process
+// until its exec or its end, when the kernel clears it (and wakes its futex waiters); only
+// then may the block be filled again.
+struct Launch {
+    std::atomic<int> pending{0};
+    unsigned long mask = 0;
+    char* argv[3] = {};
+    char* shellArgv[4] = {};
+    char* const* envp = nullptr;  // env's data, read by the child (no call into std::vector)
+    std::string pwd;
+    std::vector<char*> env;
+    alignas(16) char stack[kChildStack];
+};
+static_assert(sizeof(std::atomic<int>) == sizeof(int), "the kernel clears a plain int");
+
+// Checkers started and not yet collected, whether a reaper thread is collecting them, and
+// the launch blocks (at most kLaunchBlocks, reused). Never destroyed: a reaper may still run,
+// and a checker may still read its block, while the process exits.
 struct Checkers {
     tavik::mutex lock;
     std::vector<pid_t> pids;
     bool reaping = false;
+    std::vector<std::unique_ptr<Launch>> launches;
+    size_t turn = 0;
 };
 Checkers& checkers() {
     static Checkers* all = new Checkers;
     return *all;
 }
-
 // Collects the checkers that ended. Called with the lock held.
 void collect_ended(std::vector<pid_t>& pids) {
     for (size_t i = 0; i < pids.size();) {
@@ -180,9 +204,8 @@ public:
     }
 };
 
-void note_launched(pid_t pid) {
-    Checkers& c = checkers();
-    tavik::_objBlocking hold(&c.lock);
+// Called with the lock held.
+void note_launched(Checkers& c, pid_t pid) {
     c.pids.push_back(pid);
     if (c.reaping)
         return;
@@ -192,40 +215,143 @@ void note_launched(pid_t pid) {
         delete reaper;
 }
 
-// Sets `sig` to be ignored. The kernel's own call: the C library refuses its two internal
-// signals. The record is the kernel's for x86-64 and arm64; only its first field is not 0.
-void ignore_signal(int sig) {
+// A block whose checker has exec'd or ended; with all of them still in use, waits for the
+// oldest to exec. Called with the lock held.
+Launch& free_launch(Checkers& c) {
+    for (auto& launch : c.launches) {
+        if (launch->pending.load(std::memory_order_acquire) == 0)
+            return *launch;
+    }
+    if (c.launches.size() < kLaunchBlocks) {
+        c.launches.emplace_back(new Launch);
+        return *c.launches.back();
+    }
+    Launch& launch = *c.launches[c.turn++ % kLaunchBlocks];
+    // The kernel's wake on clearing is a shared futex's.
+    for (int v; (v = launch.pending.load(std::memory_order_acquire)) != 0;)
+        syscall(SYS_futex, &launch.pending, FUTEX_WAIT, v, nullptr, nullptr, 0);
+    return launch;
+}
+
+// The checker's process until its exec shares our memory: it writes nothing of ours (not
+// even errno, which is the launching thread's), so it calls the kernel directly, and no
+// sanitizer or stack protector code may run in it (it runs with no thread of the runtime's).
+#define HOXEN_BARE __attribute__((no_sanitize("address", "thread", "undefined"), no_stack_protector))
+
+#if defined(__x86_64__)
+#define HOXEN_SHARED_LAUNCH 1
+HOXEN_BARE inline long kernel_call(long n, long a, long b = 0, long c = 0, long d = 0) {
+    register long r10 __asm__("r10") = d;
+    long result;
+    __asm__ volatile("syscall"
+                     : "=a"(result)
+                     : "a"(n), "D"(a), "S"(b), "d"(c), "r"(r10)
+                     : "rcx", "r11", "memory");
+    return result;
+}
+#elif defined(__aarch64__)
+#define HOXEN_SHARED_LAUNCH 1
+HOXEN_BARE inline long kernel_call(long n, long a, long b = 0, long c = 0, long d = 0) {
+    register long x8 __asm__("x8") = n;
+    register long x0 __asm__("x0") = a;
+    register long x1 __asm__("x1") = b;
+    register long x2 __asm__("x2") = c;
+    register long x3 __asm__("x3") = d;
+    __asm__ volatile("svc #0" : "+r"(x0) : "r"(x8), "r"(x1), "r"(x2), "r"(x3) : "memory");
+    return x0;
+}
+#else
+// A vfork() child elsewhere: the C library's wrapper, as the caller waits anyway.
+inline long kernel_call(long n, long a, long b = 0, long c = 0, long d = 0) {
+    long result = syscall(n, a, b, c, d);
+    return result < 0 ? -errno : result;
+}
+#endif
+
+// Body of the checker's process until its exec. It sets itself up as a non-interactive shell
+// sets up a command started with "&", as it was started by a shell that the C library's
+// posix_spawn started: SIGINT, SIGQUIT and the C library's own two signals ignored (the
+// kernel's call: the C library refuses its two; the record is the kernel's for x86-64 and
+// arm64, only its first field is not 0), the caller's signal mask, standard input on
+// /dev/null; and here standard output and error on /dev/null too. Everything else of ours
+// (socket, log, pipes) is closed, whoever opened it and however. It never returns.
+[[noreturn]] HOXEN_BARE int run_checker(Launch* launch) {
+    const long sigsetSize = sizeof(launch->mask);
     struct {
         void (*handler)(int);
         unsigned long flags;
         void (*restorer)();
         unsigned long mask;
-    } action = {SIG_IGN, 0, nullptr, 0};
-    syscall(SYS_rt_sigaction, sig, &action, nullptr, sizeof(action.mask));
+    } ignore = {SIG_IGN, 0, nullptr, 0};
+    const int ignored[] = {SIGINT, SIGQUIT, __SIGRTMIN, __SIGRTMIN + 1};
+    for (size_t i = 0; i < sizeof(ignored) / sizeof(ignored[0]); ++i)
+        kernel_call(SYS_rt_sigaction, ignored[i], reinterpret_cast<long>(&ignore), 0, sigsetSize);
+    kernel_call(SYS_close_range, STDERR_FILENO + 1, ~0U, 0);
+    // openat() takes the lowest free descriptor: the one just closed.
+    kernel_call(SYS_close, STDIN_FILENO);
+    kernel_call(SYS_openat, AT_FDCWD, reinterpret_cast<long>(kNullDevice), O_RDONLY);
+    kernel_call(SYS_close, STDOUT_FILENO);
+    kernel_call(SYS_openat, AT_FDCWD, reinterpret_cast<long>(kNullDevice),
+                O_WRONLY | O_CREAT | O_TRUNC, 0666);
+    kernel_call(SYS_dup3, STDOUT_FILENO, STDERR_FILENO, 0);
+    kernel_call(SYS_rt_sigprocmask, SIG_SETMASK, reinterpret_cast<long>(&launch->mask), 0,
+                sigsetSize);
+    const long env = reinterpret_cast<long>(launch->envp);
+    long failed = kernel_call(SYS_execve, reinterpret_cast<long>(launch->argv[0]),
+                              reinterpret_cast<long>(launch->argv), env);
+    // A file without "#!" is a shell script to a shell: it runs it with sh.
+    if (failed == -ENOEXEC)
+        kernel_call(SYS_execve, reinterpret_cast<long>(kShell),
+                    reinterpret_cast<long>(launch->shellArgv), env);
+    for (;;) kernel_call(SYS_exit_group, 127);
 }
 
-// Body of the checker's process until its exec. It is a vfork() child: it runs on the caller's
-// stack below the caller's frame and in our memory, while the caller waits and our other threads go
-// on. So it touches nothing shared (no heap, no locks, no stdio), never returns, and ends in exec
-// or _exit; signal dispositions and descriptors are its own. It sets itself up as a non-interactive
-// shell sets up a command started with "&", as it was started by a shell that the C library's
-// posix_spawn started: SIGINT, SIGQUIT and the C library's own two signals ignored, standard input
-// on /dev/null; and here standard output and error on /dev/null too. Everything else of ours
-// (socket, log, pipes) is closed, whoever opened it and however.
-[[noreturn]] void run_checker(char* const argv[], char* const shellArgv[], char* const env[]) {
-    for (int sig : {SIGINT, SIGQUIT, __SIGRTMIN, __SIGRTMIN + 1}) ignore_signal(sig);
-    close_range(STDERR_FILENO + 1, ~0U, 0);
-    // open() takes the lowest free descriptor: the one just closed.
-    close(STDIN_FILENO);
-    open(kNullDevice, O_RDONLY);
-    close(STDOUT_FILENO);
-    open(kNullDevice, O_WRONLY | O_CREAT | O_TRUNC, 0666);
-    dup2(STDOUT_FILENO, STDERR_FILENO);
-    execve(argv[0], argv, env);
-    // A file without "#!" is a shell script to a shell: it runs it with sh.
-    if (errno == ENOEXEC)
-        execve(kShell, shellArgv, env);
-    _exit(127);
+// Starts run_checker(launch) in a process of its own that shares our memory and runs on the
+// block's stack, and returns at once, without waiting for its exec. The kernel clears
+// launch->pending when that process execs or ends. Returns its pid, or -1.
+pid_t start_sharing(Launch* launch) {
+    const long flags = CLONE_VM | CLONE_CHILD_CLEARTID | SIGCHLD;
+    char* top = launch->stack + sizeof(launch->stack);
+    int (*body)(Launch*) = run_checker;
+#if defined(__x86_64__)
+    register long childTid __asm__("r10") = reinterpret_cast<long>(&launch->pending);
+    register long tls __asm__("r8") = 0;
+    long pid;
+    // The child comes back from the call on the new stack with the same registers: it calls
+    // the body with a cleared frame pointer and a 16-byte aligned stack.
+    __asm__ volatile(
+        "syscall\n\t"
+        "test %%rax, %%rax\n\t"
+        "jnz 1f\n\t"
+        "xor %%ebp, %%ebp\n\t"
+        "mov %[arg], %%rdi\n\t"
+        "call *%[body]\n\t"
+        "ud2\n"
+        "1:"
+        : "=a"(pid)
+        : "a"(SYS_clone), "D"(flags), "S"(top), "d"(0L), "r"(childTid), "r"(tls),
+          [arg] "r"(launch), [body] "r"(body)
+        : "rcx", "r11", "memory");
+#elif defined(__aarch64__)
+    register long x8 __asm__("x8") = SYS_clone;
+    register long pid __asm__("x0") = flags;
+    register long x1 __asm__("x1") = reinterpret_cast<long>(top);
+    register long x2 __asm__("x2") = 0;
+    register long x3 __asm__("x3") = 0;
+    register long x4 __asm__("x4") = reinterpret_cast<long>(&launch->pending);
+    __asm__ volatile(
+        "svc #0\n\t"
+        "cbnz x0, 1f\n\t"
+        "mov x29, #0\n\t"
+        "mov x0, %[arg]\n\t"
+        "blr %[body]\n\t"
+        "brk #0\n"
+        "1:"
+        : "+r"(pid)
+        : "r"(x8), "r"(x1), "r"(x2), "r"(x3), "r"(x4), [arg] "r"(launch), [body] "r"(body)
+        : "x30", "memory");
+#endif
+    return pid < 0 ? -1 : static_cast<pid_t>(pid);
 }
 
 // Starts `program arg` the way the shell ran "program arg > /dev/null 2>&1 &", without the
@@ -235,20 +361,37 @@ void ignore_signal(int sig) {
 // differs: the shell's program was adopted by init, ours stays our child until it ends or we
 // do. A program sees that only in its parent's pid (getppid, ps's PPID column), which no
 // checker has a use for. A reaper thread collects it once it ends, so that none is left as a
-// zombie. We wait only for the exec, never for the program. A program that cannot be started
-// leaves no trace (its process ends at once and is collected as well): the shell's complaint
-// went to /dev/null too.
+// zombie. We wait neither for the program nor (on x86-64 and arm64) for its exec: the
+// shell's "&" returned before its job had exec'd too, and the exec of a script is most of a
+// launch's time. A program that cannot be started leaves no trace (its process ends at once
+// and is collected as well): the shell's complaint went to /dev/null too.
 void launch_in_background(const char* program, const char* arg) {
-    std::string pwd;
-    std::vector<char*> env = shell_environment(pwd);
-    char* const argv[] = {const_cast<char*>(program), const_cast<char*>(arg), nullptr};
-    char* const shellArgv[] = {const_cast<char*>(kShell), const_cast<char*>(program),
-                               const_cast<char*>(arg), nullptr};
-    pid_t pid = vfork();
+    Checkers& c = checkers();
+    tavik::_objBlocking hold(&c.lock);
+    Launch& launch = free_launch(c);
+    shell_environment(launch.pwd, launch.env);
+    launch.envp = launch.env.data();
+    launch.argv[0] = launch.shellArgv[1] = const_cast<char*>(program);
+    launch.argv[1] = launch.shellArgv[2] = const_cast<char*>(arg);
+    launch.shellArgv[0] = const_cast<char*>(kShell);
+#ifdef HOXEN_SHARED_LAUNCH
+    // No signal handler of ours may run in the child, on its stack in our memory: all signals
+    // stay blocked until the child restores the mask just before its exec (handlers end there).
+    const unsigned long all = ~0UL;
+    syscall(SYS_rt_sigprocmask, SIG_SETMASK, &all, &launch.mask, sizeof(all));
+    launch.pending.store(1, std::memory_order_relaxed);
+    pid_t pid = start_sharing(&launch);
+    if (pid < 0)
+        launch.pending.store(0, std::memory_order_relaxed);
+    syscall(SYS_rt_sigprocmask, SIG_SETMASK, &launch.mask, nullptr, sizeof(all));
+#else
+    syscall(SYS_rt_sigprocmask, SIG_SETMASK, nullptr, &launch.mask, sizeof(launch.mask));
+    pid_t pid = vfork();  // the child runs on our stack while we wait for its exec
     if (pid == 0)
-        run_checker(argv, shellArgv, env.data());
+        run_checker(&launch);
+#endif
     if (pid > 0)
-        note_launched(pid);
+        note_launched(c, pid);
 }
 
 }  // namespace
