@@ -1,7 +1,8 @@
 #include "hoxen/daily_log.h"
 
-#include <dirent.h>
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <cstring>
@@ -16,12 +17,12 @@ const char kLogDir[] = "/var/log/quillo/hoxen";
 const char kFilePrefix[] = "/var/log/quillo/hoxen/pushclient";
 const char kLineEnd[] = " \r\n";
 
-// Tests whether `path` can be opened as a directory, closing the stream again.
+// Tests whether `path` can be opened as a directory (as opendir opens one), closing it again.
 bool directory_opens(const char* path) {
-    DIR* dir = opendir(path);
-    if (dir == nullptr)
+    int dir = open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_DIRECTORY);
+    if (dir < 0)
         return false;
-    closedir(dir);
+    close(dir);
     return true;
 }
 
@@ -72,27 +73,23 @@ void log(char* message) {
     struct tm when;
     localtime_r(&now, &when);
 
-    DIR* logDir = opendir(kLogDir);
+    // Without the switch file the directory test has no consequence: it is left out.
     struct stat st;
-    if (stat(kSwitchFile, &st) != 0) {
-        if (logDir != nullptr)
-            closedir(logDir);
+    if (stat(kSwitchFile, &st) != 0)
         return;
-    }
 
     char path[128];
     char cmd[256];
-    if (logDir != nullptr) {
-        closedir(logDir);
-    } else {
+    if (!directory_opens(kLogDir))
         create_log_directories(cmd, sizeof(cmd));
-    }
 
     format_log_file_name(path, sizeof(path), when);
-    FILE* file = fopen(path, "a+");
-    if (file == nullptr)
+    // As fopen's "a+" opens it; the line goes out in one write, as stdio's buffer sent it.
+    int file = open(path, O_RDWR | O_APPEND | O_CREAT | O_CLOEXEC, 0666);
+    if (file < 0)
         return;
     size_t length = format_log_line(cmd, sizeof(cmd), when, message != nullptr ? message : "");
-    fwrite(cmd, 1, length, file);
-    fclose(file);
+    ssize_t written = write(file, cmd, length);
+    (void)written;  // a line that cannot be written is lost, as any failure here
+    close(file);
 }
