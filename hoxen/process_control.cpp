@@ -236,7 +236,14 @@ Launch& free_launch(Checkers& c) {
 // The checker's process until its exec shares our memory: it writes nothing of ours (not
 // even errno, which is the launching thread's), so it calls the kernel directly, and no
 // sanitizer or stack protector code may run in it (it runs with no thread of the runtime's).
+// (Clang's no_sanitize still lets ThreadSanitizer note function entries, in the thread's state.)
+#if __has_attribute(disable_sanitizer_instrumentation)
+#define HOXEN_BARE                                                                           \
+    __attribute__((no_sanitize("address", "thread", "undefined"),                            \
+                   disable_sanitizer_instrumentation, no_stack_protector))
+#else
 #define HOXEN_BARE __attribute__((no_sanitize("address", "thread", "undefined"), no_stack_protector))
+#endif
 
 #if defined(__x86_64__)
 #define HOXEN_SHARED_LAUNCH 1

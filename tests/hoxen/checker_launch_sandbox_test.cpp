@@ -74,6 +74,8 @@ TEST(CheckerLaunch, GivesTheCheckerWhatTheShellGaveItAndNoneOfOurDescriptors) {
     start_integrity_check();
     ASSERT_TRUE(wait_until([&] { return file_exists(byUs); }, 15));
     close(ours);
+    sigset_t mask;  // the caller's own mask is as it was
+    EXPECT_TRUE(pthread_sigmask(SIG_BLOCK, nullptr, &mask) == 0 && !sigismember(&mask, SIGINT));
     EXPECT_EQ(read_file(byUs), read_file(byShell));
     char cwd[4096];
     ASSERT_NE(getcwd(cwd, sizeof(cwd)), nullptr);
@@ -91,7 +93,7 @@ TEST(CheckerLaunch, GivesTheCheckerWhatTheShellGaveItAndNoneOfOurDescriptors) {
 TEST(CheckerLaunch, NeverWaitsForTheCheckerAndLeavesNoZombieAtAnyRate) {
     // The first one, and only it, never ends (for the test's length).
     install_checker("[ -e /tmp/seen/sleep ] && rm /tmp/seen/sleep && exec sleep 30\n"
-                    "echo m >> /tmp/seen/calls\n");
+                    "echo \"$LAUNCH m\" >> /tmp/seen/calls\n");
     const auto collected = [] { return !zombie_children(); };
     ASSERT_TRUE(wait_until(collected, 5));
     write_file("/tmp/seen/sleep", "");
@@ -101,8 +103,12 @@ TEST(CheckerLaunch, NeverWaitsForTheCheckerAndLeavesNoZombieAtAnyRate) {
     ASSERT_TRUE(wait_until([] { return !file_exists("/tmp/seen/sleep"); }, 10));
 
     const int launches = 300;
-    for (int i = 0; i < launches; ++i) start_integrity_check();
+    for (int i = 0; i < launches; ++i) {  // each one with the environment of its own launch
+        setenv("LAUNCH", std::to_string(i).c_str(), 1);
+        start_integrity_check();
+    }
     EXPECT_TRUE(wait_until([&] { return calls() == launches; }, 60)) << calls();
+    EXPECT_EQ(shell("test $(sort -u /tmp/seen/calls | wc -l) = " + std::to_string(launches)), 0);
     // Those that ended are collected while the first one still runs; children of system()
     // are left to it, with their exit status.
     EXPECT_TRUE(wait_until(collected, 2));
