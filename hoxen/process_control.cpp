@@ -313,6 +313,7 @@ inline long kernel_call(long n, long a, long b = 0, long c = 0, long d = 0) {
     for (;;) kernel_call(SYS_exit_group, 127);
 }
 
+#ifdef HOXEN_SHARED_LAUNCH
 // Starts run_checker(launch) in a process of its own that shares our memory and runs on the
 // block's stack, and returns at once, without waiting for its exec. The kernel clears
 // launch->pending when that process execs or ends. Returns its pid, or -1.
@@ -321,8 +322,8 @@ pid_t start_sharing(Launch* launch) {
     char* top = launch->stack + sizeof(launch->stack);
     int (*body)(Launch*) = run_checker;
 #if defined(__x86_64__)
+    // The parent's pid and the thread area are not asked for: no argument for them.
     register long childTid __asm__("r10") = reinterpret_cast<long>(&launch->pending);
-    register long tls __asm__("r8") = 0;
     long pid;
     // The child comes back from the call on the new stack with the same registers: it calls
     // the body with a cleared frame pointer and a 16-byte aligned stack.
@@ -336,15 +337,13 @@ pid_t start_sharing(Launch* launch) {
         "ud2\n"
         "1:"
         : "=a"(pid)
-        : "a"(SYS_clone), "D"(flags), "S"(top), "d"(0L), "r"(childTid), "r"(tls),
+        : "a"(SYS_clone), "D"(flags), "S"(top), "r"(childTid),
           [arg] "r"(launch), [body] "r"(body)
         : "rcx", "r11", "memory");
 #elif defined(__aarch64__)
     register long x8 __asm__("x8") = SYS_clone;
     register long pid __asm__("x0") = flags;
     register long x1 __asm__("x1") = reinterpret_cast<long>(top);
-    register long x2 __asm__("x2") = 0;
-    register long x3 __asm__("x3") = 0;
     register long x4 __asm__("x4") = reinterpret_cast<long>(&launch->pending);
     __asm__ volatile(
         "svc #0\n\t"
@@ -355,11 +354,12 @@ pid_t start_sharing(Launch* launch) {
         "brk #0\n"
         "1:"
         : "+r"(pid)
-        : "r"(x8), "r"(x1), "r"(x2), "r"(x3), "r"(x4), [arg] "r"(launch), [body] "r"(body)
+        : "r"(x8), "r"(x1), "r"(x4), [arg] "r"(launch), [body] "r"(body)
         : "x30", "memory");
 #endif
     return pid < 0 ? -1 : static_cast<pid_t>(pid);
 }
+#endif
 
 // Starts `program arg` the way the shell ran "program arg > /dev/null 2>&1 &", without the
 // shell's own start-up: the same program, arguments (a file without "#!" runs as
