@@ -316,7 +316,7 @@ inline long kernel_call(long n, long a, long b = 0, long c = 0, long d = 0) {
 #ifdef HOXEN_SHARED_LAUNCH
 // Starts run_checker(launch) in a process of its own that shares our memory and runs on the
 // block's stack, and returns at once, without waiting for its exec. The kernel clears
-// launch->pending when that process execs or ends. Returns its pid, or -1.
+// launch->pending when that process execs or ends. Returns its pid, or -errno.
 pid_t start_sharing(Launch* launch) {
     const long flags = CLONE_VM | CLONE_CHILD_CLEARTID | SIGCHLD;
     char* top = launch->stack + sizeof(launch->stack);
@@ -357,7 +357,7 @@ pid_t start_sharing(Launch* launch) {
         : "r"(x8), "r"(x1), "r"(x4), [arg] "r"(launch), [body] "r"(body)
         : "x30", "memory");
 #endif
-    return pid < 0 ? -1 : static_cast<pid_t>(pid);
+    return static_cast<pid_t>(pid);
 }
 #endif
 
