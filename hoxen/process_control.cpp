@@ -133,7 +133,8 @@ void shell_environment(std::string& storage, std::vector<char*>& env) {
 // What a checker's process reads until its exec: arguments, environment, the caller's
 // signal mask, and the stack it runs on. `pending` is not 0 from the start of the process
 // until its exec or its end, when the kernel clears it (and wakes its futex waiters); only
-// then may the block be filled again.
+// then may the block be filled again. The environment's texts are the C library's, which
+// keeps even those that setenv replaced.
 struct Launch {
     std::atomic<int> pending{0};
     unsigned long mask = 0;
@@ -160,6 +161,7 @@ Checkers& checkers() {
     static Checkers* all = new Checkers;
     return *all;
 }
+
 // Collects the checkers that ended. Called with the lock held.
 void collect_ended(std::vector<pid_t>& pids) {
     for (size_t i = 0; i < pids.size();) {
@@ -216,7 +218,7 @@ void note_launched(Checkers& c, pid_t pid) {
 }
 
 // A block whose checker has exec'd or ended; with all of them still in use, waits for the
-// oldest to exec. Called with the lock held.
+// next one in turn to exec. Called with the lock held.
 Launch& free_launch(Checkers& c) {
     for (auto& launch : c.launches) {
         if (launch->pending.load(std::memory_order_acquire) == 0)
