@@ -170,7 +170,7 @@ TEST_F(TimeTest, SetBuildsStandardTimeAndGettersReadLocalTime) {
     EXPECT_STREQ(bad.getMonthName(), "");
 }
 
-TEST_F(TimeTest, ComparisonsAndDifferenceFollowTheValue) {
+TEST_F(TimeTest, ComparisonsDifferencesAndSpanPartsFollowTheValue) {
     datetime a, b;
     b.at = 2;
     std::string holds;
@@ -181,9 +181,8 @@ TEST_F(TimeTest, ComparisonsAndDifferenceFollowTheValue) {
         EXPECT_EQ(static_cast<double>(x - 2), a - b);
     }
     EXPECT_EQ("< <= != | <= == >= | != >= > | ", holds);
-}
 
-TEST_F(TimeTest, TimespanPartsTruncateTowardZero) {
+    // The parts of a span truncate toward zero.
     const struct {
         double diff;
         std::vector<long long> parts;  // days, hours, minutes, seconds, hour, minute, second
