@@ -29,9 +29,7 @@ unsigned long long referenceDigits(const std::string& s, int base, bool badAsMin
 }
 
 TEST(UtilitiesTest, NumberHelpersParseDigitsAndSplitLongLongs) {
-    EXPECT_EQ(0x23456789u, tavik::xtoi("123456789"));  // wraps at 32 bits
     EXPECT_EQ(0, tavik::xtoll(nullptr) + tavik::otoi(nullptr));
-    EXPECT_EQ(0x1f - 256, tavik::xtoll("g1f"));        // 'g' counts as -1 at 16^2
     std::mt19937 random(5);
     const char* alphabets[] = {"01234567", "0123456789abcdefABCDEF", "07aFgG8"};
     for (int i = 0; i < 3000; ++i) {
