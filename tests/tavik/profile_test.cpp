@@ -90,6 +90,7 @@ TEST_F(ProfileTest, LoadFollowsTheFileFormatAndSaveWritesNameOrderAndTwoDecimals
     // Removing the value or section under the cursor, or replacing that section, clears it.
     EXPECT_TRUE(p.section("section")["pi"].removeValue("PI"));
     EXPECT_EQ(p.Name(), nullptr);
+    EXPECT_EQ(p[12ul].Name(), nullptr);  // one value fewer
     EXPECT_EQ("0 0 0 0 0 0 0", typedReads(p));
     EXPECT_EQ(static_cast<const char*>(p), nullptr);
     p["c"];
