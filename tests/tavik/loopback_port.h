@@ -4,8 +4,6 @@
 
 #include <arpa/inet.h>
 #include <dirent.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
@@ -23,8 +21,6 @@ struct LoopbackPort {
         EXPECT_EQ(0, listening ? listen(fd, 8) : 0);
     }
     ~LoopbackPort() { close(fd); }
-    LoopbackPort(const LoopbackPort&) = delete;
-    LoopbackPort& operator=(const LoopbackPort&) = delete;
     int accept() { return ::accept(fd, nullptr, nullptr); }  // the caller closes it
 
     int fd;

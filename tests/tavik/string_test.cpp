@@ -1,4 +1,5 @@
 #include "tavik/tk_string.h"
+#include "tavik/tk_common.h"
 
 #include <gtest/gtest.h>
 
@@ -15,7 +16,6 @@ using Pieces = std::vector<std::string>;
 
 namespace {
 
-// Up to `most` characters drawn from `alphabet`.
 std::string randomText(std::mt19937& random, const char* alphabet, unsigned most) {
     std::string text;
     for (unsigned n = random() % (most + 1); n > 0; --n)
@@ -141,8 +141,12 @@ TEST(StringTest, ReadsClampToTheText) {
         {s.killToken('c'), "abdef"},    {s.replaceWith('c', 'C'), "abCdef"},
     };
     for (const auto& slice : slices) EXPECT_STREQ(slice.want, slice.got);
-    tavik::string blanks(" a ");
-    EXPECT_EQ((Pieces{"a", "a ", " a"}), (Pieces{blanks.trim(), blanks.ltrim(), blanks.rtrim()}));
+    // Only blanks are trimmed, each side by its own function.
+    tavik::string blanks("  \ta b\t  ");
+    EXPECT_EQ((Pieces{"\ta b\t", "\ta b\t  ", "  \ta b\t"}),
+              (Pieces{blanks.trim(), blanks.ltrim(), blanks.rtrim()}));
+    EXPECT_STREQ("", tavik::string("   ").trim());
+    EXPECT_STREQ("%%d 100%%", tavik::safeVF("%d 100%"));
     EXPECT_EQ(nullptr, tavik::string().left(1));
     EXPECT_EQ(nullptr, tavik::string().trim());
 
@@ -217,6 +221,18 @@ TEST(StringTest, ConversionsReadAndWriteTextLikeTheCLibrary) {
     EXPECT_EQ(lowered, s.toLower());
     EXPECT_EQ(buffer, s.get());
     EXPECT_EQ(nullptr, tavik::string().toLower());
+
+    // Regular expressions search unanchored, ignore case on request, and throw when bad.
+    const tavik::string abc("ABc");
+    EXPECT_TRUE(abc._matches("^ab", false));
+    EXPECT_FALSE(abc._matches("^ab", true) || tavik::string()._matches("x*", true));
+    const char* thrown = "nothing";
+    try {
+        abc._matches("[", true);
+    } catch (const char* what) {
+        thrown = what;
+    }
+    EXPECT_STREQ("Can't compliation for given RegEx patterns", thrown);
 }
 
 TEST(StringTest, SplitDropsInnerAndLeadingEmptyPiecesButKeepsTheLast) {
@@ -252,19 +268,6 @@ TEST(StringTest, WildmaskIgnoresCaseAndQuestionMarkNeverMatchesDot) {
         ASSERT_EQ(referenceWildmask(text.c_str(), pattern.c_str()),
                   tavik::string(text.c_str()).wildmask(pattern.c_str()))
             << "text '" << text << "' pattern '" << pattern << "'";
-    }
-}
-
-TEST(StringTest, MatchesThrowsOnBadPattern) {
-    tavik::string s("ABc");
-    EXPECT_TRUE(s._matches("^ab", false));
-    EXPECT_FALSE(s._matches("^ab", true));
-    EXPECT_FALSE(tavik::string()._matches("x*", true));
-    try {
-        s._matches("[", true);
-        FAIL() << "no exception";
-    } catch (const char* what) {
-        EXPECT_STREQ("Can't compliation for given RegEx patterns", what);
     }
 }
 

@@ -32,12 +32,24 @@ public:
     std::string order;
 };
 
-TEST(ThreadTest, RunsHooksInOrderAndRoutesExceptions) {
+TEST(ThreadTest, RunsHooksInOrderRoutesExceptionsAndReportsTheThreadLimit) {
     Recorder failing;
     ASSERT_NE(0u, failing.start(nullptr));
     for (int i = 0; i < 500 && failing.status != tavik::_finished; ++i) tavik::linux_sleep(10);
     ASSERT_EQ(tavik::_finished, failing.status);
     EXPECT_EQ("irel", failing.order);
+
+    auto real = tavik::detail::createThread;
+    tavik::detail::createThread = [](pthread_t*, const pthread_attr_t*, void* (*)(void*), void*) {
+        return EAGAIN;
+    };
+    Recorder never;
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(0u, never.start(nullptr));
+    std::string out = testing::internal::GetCapturedStdout();
+    tavik::detail::createThread = real;
+    EXPECT_EQ("Can't create thread because it reached limit number of thread creation\r\n", out);
+    EXPECT_EQ(tavik::_waitForRun, never.status);
 }
 
 class SelfDeleting : public tavik::thread<true> {
@@ -60,20 +72,6 @@ TEST(ThreadTest, WaitEndsWhenTheFlagTurnsTrueOrAfterItsBound) {
     EXPECT_LT(bounded, 2500);
 }
 
-TEST(ThreadTest, ThreadLimitPrintsItsLineAndReturnsZero) {
-    auto real = tavik::detail::createThread;
-    tavik::detail::createThread = [](pthread_t*, const pthread_attr_t*, void* (*)(void*), void*) {
-        return EAGAIN;
-    };
-    Recorder never;
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(0u, never.start(nullptr));
-    std::string out = testing::internal::GetCapturedStdout();
-    tavik::detail::createThread = real;
-    EXPECT_EQ("Can't create thread because it reached limit number of thread creation\r\n", out);
-    EXPECT_EQ(tavik::_waitForRun, never.status);
-}
-
 struct Counter : tavik::mutex4obj<Counter> {
     long value = 0;
 };
@@ -83,11 +81,14 @@ TEST(MutexTest, GuardsSerialiseWritersOnTwoThreads) {
     tavik::mutex plain;
     long plainValue = 0;
     auto work = [&] {
-        for (int i = 0; i < 100000; ++i) {
-            tavik::mutex4obj<Counter>::blocking lock(&counter);
-            ++counter.value;
-            tavik::_objBlocking guard(&plain);
-            ++plainValue;
+        for (int i = 0; i < 200000; ++i) {
+            if (i % 2 == 0) {
+                tavik::mutex4obj<Counter>::blocking lock(&counter);
+                ++counter.value;
+            } else {
+                tavik::_objBlocking guard(&plain);
+                ++plainValue;
+            }
         }
     };
     std::thread a(work), b(work);
