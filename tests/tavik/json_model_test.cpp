@@ -101,11 +101,10 @@ TEST(JsonModel, PathReadsWalkObjectsAndArrayElements) {
     arr->add(inner);
     arr->add(new tavik::jsonObject("s", false));
     EXPECT_EQ(3u, arr->size());
-    EXPECT_EQ(nullptr, arr->getArray(0));
-    EXPECT_EQ(inner, arr->getArray(1));
-    EXPECT_EQ(nullptr, arr->getJson(1));
-    EXPECT_EQ(nullptr, arr->getJson(2));
-    EXPECT_EQ(nullptr, arr->getArray(2));
+    for (unsigned long e = 0; e < 3; e++) {
+        EXPECT_EQ(e == 0 ? arr->getAt(0) : nullptr, arr->getJson(e)) << e;
+        EXPECT_EQ(e == 1 ? inner : nullptr, arr->getArray(e)) << e;
+    }
     arr->remove(inner);  // unlinked, not deleted: ours again
     delete inner;
     EXPECT_EQ(2u, j.getArraySize("arr"));
