@@ -1,8 +1,7 @@
-// The push client: the inbound text filter and the receive loop on scripted reads (parsing,
-// dispatch and every way the loop ends, with its events), then end to end against the push
-// server on 127.0.0.1: the handshake on the wire, the thread events run on, stopping a session,
-// and an application that reconnects from inside onDisconnected, as the daemon does, while the
-// server closes its connections: no descriptor, socket or reader may pile up.
+// The push client: the text filters, the receive loop on scripted reads (parsing, dispatch,
+// every way the loop ends), then end to end against the push server on 127.0.0.1: handshake,
+// event thread, stopping, and reconnects from inside onDisconnected, as the daemon does, while
+// the server closes its connections: no descriptor, socket or reader may pile up.
 #include <algorithm>
 #include <atomic>
 #include <chrono>
@@ -31,15 +30,6 @@ using pushserver::Handshake;
 using events = std::vector<std::string>;
 
 namespace {
-
-// Receive threads are detached and touch their session until they have wholly ended, so the
-// tests keep every connected facade until the process ends, as the daemon keeps its own.
-template <class T>
-T& keepForProcess(T* facade) {
-    static std::vector<T*>* kept = new std::vector<T*>;
-    kept->push_back(facade);
-    return *facade;
-}
 
 // Records every event with the thread it ran on; the test may wait for a number of events.
 // With a port set, it connects again from inside onDisconnected, as the daemon does, until
@@ -116,7 +106,10 @@ protected:
     }
 
     pushserver::PushServer server;
-    RecordingClient& client = keepForProcess(new RecordingClient);
+    // Receive threads are detached and touch their session until they have wholly ended, so
+    // the tests keep every connected facade until the process ends, as the daemon does.
+    inline static std::vector<RecordingClient*>* kept = new std::vector<RecordingClient*>;
+    RecordingClient& client = *kept->emplace_back(new RecordingClient);
 };
 
 int openDescriptors() {

@@ -114,6 +114,7 @@ TEST(Notify, ReadyBeforeTheFirstConnectThenStatusAndWatchdogFollowTheConnection)
     EXPECT_LE(age_of(notify.group), 2);
 
     // Lost: each attempt pings and is counted until the server listens again; the counts stay.
+    // The session's thread takes the connection up again, warning after each failed attempt.
     server.stopListening();
     ASSERT_TRUE(server.close(0));
     ASSERT_TRUE(notify.wait_for(attempts("reconnecting", counted), at, 5));
@@ -122,6 +123,8 @@ TEST(Notify, ReadyBeforeTheFirstConnectThenStatusAndWatchdogFollowTheConnection)
     ASSERT_TRUE(notify.wait_for("\\|STATUS=connected" + to + " since " + when + counted, at, 3));
     EXPECT_LE(age_of(notify.group), 2);
     EXPECT_EQ(count_of(run.daemon->output(), "Recevied Msg: "), 10);
+    const int warned = count_of(logged(), "[WARN] disconnected \r\n");
+    EXPECT_TRUE(warned >= 1 && warned <= 2) << logged();
 
     // strace, ended by the harness, would leave the daemon running: end the daemon first.
     const std::string pid = std::to_string(run.daemon->pid());
