@@ -49,10 +49,6 @@ std::string seen(const std::string& name) {
     return "/tmp/seen/" + name;
 }
 
-int calls() {
-    return count_of(read_file("/tmp/seen/calls"), "m\n");
-}
-
 }  // namespace
 
 TEST(CheckerLaunch, GivesTheCheckerWhatTheShellGaveItAndNoneOfOurDescriptors) {
@@ -95,6 +91,7 @@ TEST(CheckerLaunch, NeverWaitsForTheCheckerAndLeavesNoZombieAtAnyRate) {
     ASSERT_TRUE(wait_until([] { return !file_exists("/tmp/seen/sleep"); }, 10));
 
     const int launches = 300;
+    const auto calls = [] { return count_of(read_file("/tmp/seen/calls"), "m\n"); };
     for (int i = 0; i < launches; ++i) start_integrity_check();
     EXPECT_TRUE(wait_until([&] { return calls() == launches; }, 60)) << calls();
     // Those that ended are collected while the first one still runs; children of system()

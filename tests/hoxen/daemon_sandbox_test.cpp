@@ -17,7 +17,6 @@
 #include "tests/support/daemon_harness.h"
 
 using namespace hoxen_test;
-using std::chrono::seconds;
 
 TEST(Daemon, FewerThanThreeArgumentsPrintTheUsageLineAndLogNothing) {
     start_scenario(true);
@@ -107,7 +106,7 @@ TEST(Daemon, AnswersPushEventsInTurnAndKillsItselfWithinAPauseOfTheUnmount) {
     const double lost = now();
     ASSERT_TRUE(run.server.reset(0));
     pushserver::Handshake next;
-    ASSERT_TRUE(run.server.waitForHandshake(1, seconds(5), &next));
+    ASSERT_TRUE(run.server.waitForHandshake(1, std::chrono::seconds(5), &next));
     EXPECT_LT(now() - lost, 0.9);
     EXPECT_NE(next.identifier, run.hello.identifier);
     EXPECT_EQ(run.server.received(0), "BOX:(" + run.hello.identifier + ")10\nvintrago\n\n");

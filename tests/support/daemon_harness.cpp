@@ -69,10 +69,6 @@ std::string daily_log_path() {
     return name;
 }
 
-bool is_mount_point(const std::string& dir) {
-    return read_file("/proc/self/mounts").find(" " + dir + " ") != std::string::npos;
-}
-
 std::string logged() {
     return std::regex_replace(read_file(daily_log_path()),
                               std::regex(R"(\[\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\] : )"), "");
@@ -191,6 +187,10 @@ void start_scenario(bool logging, int checkerSeconds) {
         write_file("/tmp/logging.dat", "");
     // Output, log and timing are those of a daemon that no service manager watches.
     unsetenv("NOTIFY_SOCKET");
+}
+
+static bool is_mount_point(const std::string& dir) {
+    return read_file("/proc/self/mounts").find(" " + dir + " ") != std::string::npos;
 }
 
 ConnectedDaemon::ConnectedDaemon(const std::string& mountDir, std::vector<std::string> args,

@@ -24,7 +24,6 @@ int count_of(const std::string& text, const std::string& piece);
 // Polls `done` every 20 ms for at most `seconds`; true once it held.
 bool wait_until(const std::function<bool()>& done, double seconds);
 std::string daily_log_path();  // today's, by local time
-bool is_mount_point(const std::string& dir);
 int descriptor_count(pid_t pid);
 
 // A child process whose standard output the test reads through a pipe; its standard error
