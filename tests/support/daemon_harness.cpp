@@ -8,9 +8,7 @@
 
 #include <chrono>
 #include <climits>
-#include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <ctime>
 #include <filesystem>
 #include <fstream>
