@@ -176,6 +176,8 @@ TEST(StopSequence, KillPassesPauseASecondAndEndWhenTheLookupFindsNothing) {
 
 TEST(PushHandlers, ErrorsAreWarnedAfterEachFailedReconnectInLinesOfAtMost127Chars) {
     start_scenario(true);
+    service_ready("127.0.0.1", 1);  // no NOTIFY_SOCKET: no service manager to tell
+    EXPECT_EQ(service_connect_attempt(), 0);
     // Kept for the process: the session's receive thread outlives the test.
     static pushserver::PushServer* server = new pushserver::PushServer;
     static Push* push = new Push;
