@@ -225,7 +225,14 @@ TEST(ReceiveLoopTest, ReadsFramesAndEndsEachWayWithItsOwnEvents) {
 
 // The outbound filter, ansi2utf, is checked on the wire by the handshake test.
 TEST(CharsetTest, Utf2ansiFoldsSevenBitSequencesOnly) {
-    // Input and output room, then "result|output|bytes consumed".
+    // "result|output|bytes consumed" of `filter` on `in` with `room` bytes to write.
+    auto filtered = [](auto filter, std::string in, int room) {
+        unsigned char out[64] = {};
+        int outLen = room, inLen = static_cast<int>(in.size());
+        const int result = filter(out, &outLen, reinterpret_cast<unsigned char*>(&in[0]), &inLen);
+        return std::to_string(result) + "|" + std::string(reinterpret_cast<char*>(out), outLen) +
+               "|" + std::to_string(inLen);
+    };
     for (auto [in, room, folded] : std::initializer_list<std::tuple<std::string, int, const char*>>{
              {"\xc3\xa9", 64, "-2||0"},
              {"\xc2\x80", 64, "-2||0"},
@@ -237,23 +244,14 @@ TEST(CharsetTest, Utf2ansiFoldsSevenBitSequencesOnly) {
              {"\xf7", 64, "0||0"},
              {"\xf0\x80\x81\x81z", 64, "0|Az|5"},  // overlong in four bytes
              {"abc", 2, "0|ab|2"}}) {
-        unsigned char out[64] = {};
-        int outLen = room, inLen = static_cast<int>(in.size());
-        const int result = utf2ansi(out, &outLen, reinterpret_cast<unsigned char*>(&in[0]), &inLen);
-        EXPECT_EQ(folded, std::to_string(result) + "|" +
-                              std::string(reinterpret_cast<char*>(out), outLen) + "|" +
-                              std::to_string(inLen));
+        EXPECT_EQ(folded, filtered(utf2ansi, in, room));
     }
     int outLen = 5, inLen = 5;
     unsigned char out[5];
     EXPECT_EQ(0, utf2ansi(out, &outLen, nullptr, &inLen));
     EXPECT_EQ(0, outLen + inLen);
     // ansi2utf answers -1 at the first byte above 0x7F and leaves it unconsumed.
-    unsigned char text[] = "ok\x80z", wide[16];
-    int wideLen = 16, textLen = 4;
-    EXPECT_EQ(-1, ansi2utf(wide, &wideLen, text, &textLen));
-    EXPECT_EQ("ok|2", std::string(reinterpret_cast<char*>(wide), wideLen) + "|" +
-                          std::to_string(textLen));
+    EXPECT_EQ("-1|ok|2", filtered(ansi2utf, "ok\x80z", 16));
 }
 
 TEST_F(PushSessionTest, ConnectsAnewRetiringTheConnectionBeforeAndDisconnectsQuietly) {
