@@ -1,8 +1,7 @@
-// The push client: the inbound text filter and the receive loop on scripted reads (parsing,
-// dispatch and every way the loop ends, with its events), then end to end against the push
-// server on 127.0.0.1: the handshake on the wire, the thread events run on, stopping a session,
-// and an application that reconnects from inside onDisconnected, as the daemon does, while the
-// server closes its connections: no descriptor, socket or reader may pile up.
+// The push client: the text filters, the receive loop on scripted reads (parsing, dispatch,
+// every way the loop ends), then end to end against the push server on 127.0.0.1: handshake,
+// event thread, stopping, and reconnects from inside onDisconnected, as the daemon does, while
+// the server closes its connections: no descriptor, socket or reader may pile up.
 #include <algorithm>
 #include <atomic>
 #include <chrono>
@@ -31,15 +30,6 @@ using pushserver::Handshake;
 using events = std::vector<std::string>;
 
 namespace {
-
-// Receive threads are detached and touch their session until they have wholly ended, so the
-// tests keep every connected facade until the process ends, as the daemon keeps its own.
-template <class T>
-T& keepForProcess(T* facade) {
-    static std::vector<T*>* kept = new std::vector<T*>;
-    kept->push_back(facade);
-    return *facade;
-}
 
 // Records every event with the thread it ran on; the test may wait for a number of events.
 // With a port set, it connects again from inside onDisconnected, as the daemon does, until
@@ -116,7 +106,10 @@ protected:
     }
 
     pushserver::PushServer server;
-    RecordingClient& client = keepForProcess(new RecordingClient);
+    // Receive threads are detached and touch their session until they have wholly ended, so
+    // the tests keep every connected facade until the process ends, as the daemon does.
+    inline static std::vector<RecordingClient*>* kept = new std::vector<RecordingClient*>;
+    RecordingClient& client = *kept->emplace_back(new RecordingClient);
 };
 
 int openDescriptors() {
@@ -232,7 +225,14 @@ TEST(ReceiveLoopTest, ReadsFramesAndEndsEachWayWithItsOwnEvents) {
 
 // The outbound filter, ansi2utf, is checked on the wire by the handshake test.
 TEST(CharsetTest, Utf2ansiFoldsSevenBitSequencesOnly) {
-    // Input and output room, then "result|output|bytes consumed".
+    // "result|output|bytes consumed" of `filter` on `in` with `room` bytes to write.
+    auto filtered = [](auto filter, std::string in, int room) {
+        unsigned char out[64] = {};
+        int outLen = room, inLen = static_cast<int>(in.size());
+        const int result = filter(out, &outLen, reinterpret_cast<unsigned char*>(&in[0]), &inLen);
+        return std::to_string(result) + "|" + std::string(reinterpret_cast<char*>(out), outLen) +
+               "|" + std::to_string(inLen);
+    };
     for (auto [in, room, folded] : std::initializer_list<std::tuple<std::string, int, const char*>>{
              {"\xc3\xa9", 64, "-2||0"},
              {"\xc2\x80", 64, "-2||0"},
@@ -244,23 +244,14 @@ TEST(CharsetTest, Utf2ansiFoldsSevenBitSequencesOnly) {
              {"\xf7", 64, "0||0"},
              {"\xf0\x80\x81\x81z", 64, "0|Az|5"},  // overlong in four bytes
              {"abc", 2, "0|ab|2"}}) {
-        unsigned char out[64] = {};
-        int outLen = room, inLen = static_cast<int>(in.size());
-        const int result = utf2ansi(out, &outLen, reinterpret_cast<unsigned char*>(&in[0]), &inLen);
-        EXPECT_EQ(folded, std::to_string(result) + "|" +
-                              std::string(reinterpret_cast<char*>(out), outLen) + "|" +
-                              std::to_string(inLen));
+        EXPECT_EQ(folded, filtered(utf2ansi, in, room));
     }
     int outLen = 5, inLen = 5;
     unsigned char out[5];
     EXPECT_EQ(0, utf2ansi(out, &outLen, nullptr, &inLen));
     EXPECT_EQ(0, outLen + inLen);
     // ansi2utf answers -1 at the first byte above 0x7F and leaves it unconsumed.
-    unsigned char text[] = "ok\x80z", wide[16];
-    int wideLen = 16, textLen = 4;
-    EXPECT_EQ(-1, ansi2utf(wide, &wideLen, text, &textLen));
-    EXPECT_EQ("ok|2", std::string(reinterpret_cast<char*>(wide), wideLen) + "|" +
-                          std::to_string(textLen));
+    EXPECT_EQ("-1|ok|2", filtered(ansi2utf, "ok\x80z", 16));
 }
 
 TEST_F(PushSessionTest, ConnectsAnewRetiringTheConnectionBeforeAndDisconnectsQuietly) {

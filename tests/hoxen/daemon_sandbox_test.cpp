@@ -1,23 +1,29 @@
-// The real daemon from start to end: usage, banner and argument bounds, the first connection,
-// its answers to push events (printing, starting the checker, logging, in that order), a lost
-// connection, and the heartbeat that ends it by kill -9 once the quillo FUSE mount is gone.
+// The real daemon from start to end: usage, banner, the first connection, its answers to push
+// events (printing, starting the checker, logging, in that order), lost connections, and the
+// heartbeat that ends it by kill -9 once the quillo FUSE mount is gone. A datagram socket
+// named by NOTIFY_SOCKET stands in for systemd: ready once the banner is logged, a status line
+// that follows the connection and counts what arrived, watchdog pings.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
+#include <cmath>
+#include <ctime>
 #include <filesystem>
+#include <regex>
 #include <string>
 #include <thread>
 
 #include "tests/support/daemon_harness.h"
 
 using namespace hoxen_test;
-using std::chrono::seconds;
 
 TEST(Daemon, FewerThanThreeArgumentsPrintTheUsageLineAndLogNothing) {
     start_scenario(true);
@@ -29,36 +35,6 @@ TEST(Daemon, FewerThanThreeArgumentsPrintTheUsageLineAndLogNothing) {
               "Usage: ./hoxen A.B.C.D port domain device_id"
               "        -- ./hoxen 192.0.2.10 10099 BOX 10");
     EXPECT_FALSE(file_exists(daily_log_path()));
-}
-
-TEST(Daemon, UnreachableServerIsTriedEverySecondAndOnlyAFuseQuilloMountKeepsItUp) {
-    start_scenario(false);
-    // A mount that only mentions quillo: lazily unmounted at shutdown, keeps nothing alive.
-    const std::string dir = "/tmp/plain/mnt";
-    ASSERT_EQ(shell("mkdir -p " + dir + " && mount -t tmpfs quillo " + dir), 0);
-    pushserver::PushServer server;
-    ASSERT_TRUE(server.listen());
-    const int port = server.port();
-    server.stopListening();
-    Child daemon({kHoxen, "127.0.0.1", std::to_string(port), std::string(300, 'd')});
-    usleep(3500 * 1000);
-    const int tries = count_of(daemon.output(), "Can't connect with the server\r\n");
-    EXPECT_TRUE(tries >= 3 && tries <= 5) << tries;
-    // A heartbeat already running would have ended the daemon.
-    EXPECT_TRUE(daemon.running());
-
-    ASSERT_TRUE(server.listen(port));
-    pushserver::Handshake hello;
-    ASSERT_TRUE(server.waitForHandshake(0, seconds(5), &hello));
-    // Three arguments leave the device id empty; a long one is cut to its field.
-    EXPECT_EQ(hello.domain + "|" + hello.userId + "|" + hello.loginParam,
-              std::string(127, 'd') + "||vintrago");
-    int status = 0;
-    ASSERT_TRUE(daemon.wait_exit(10, &status));
-    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL) << status;
-    EXPECT_TRUE(wait_until([&] { return !is_mount_point(dir); }, 5));
-    EXPECT_EQ(daemon.output().find("Can't connect with the server\r\n"), 0u);
-    EXPECT_FALSE(file_exists(daily_log_path()));  // no switch file, no log
 }
 
 namespace {
@@ -78,39 +54,130 @@ std::string unfilled(std::string text) {
     return text;
 }
 
+// Binds `path` and names it in NOTIFY_SOCKET; keeps every message, each followed by "|".
+struct NotifySocket {
+    explicit NotifySocket(const std::string& path) {
+        sockaddr_un addr{AF_UNIX, {}};
+        path.copy(addr.sun_path, sizeof(addr.sun_path) - 1);
+        EXPECT_EQ(bind(fd, reinterpret_cast<sockaddr*>(&addr), sizeof(addr)), 0);
+        setenv("NOTIFY_SOCKET", path.c_str(), 1);
+    }
+    ~NotifySocket() { close(fd); }
+    // Waits until the messages after `at` hold a match of `pattern`; `at` then points past it
+    // and `group` holds the match's first group.
+    bool wait_for(const std::string& pattern, size_t& at, double seconds) {
+        std::smatch found;
+        const std::regex wanted(pattern);
+        wait_until(
+            [&] {
+                read();
+                return std::regex_search(text.cbegin() + at, text.cend(), found, wanted);
+            },
+            seconds);
+        EXPECT_FALSE(found.empty()) << pattern << " in " << text.substr(at);
+        if (found.empty())
+            return false;
+        at = found[0].second - text.cbegin();
+        group = found.str(1);
+        return true;
+    }
+    const std::string& read() {
+        char message[1024];
+        for (ssize_t n; (n = recv(fd, message, sizeof(message), 0)) > 0;)
+            text += std::string(message, n) + "|";
+        return text;
+    }
+
+    int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+    std::string text, group;
+};
+
+// Seconds from a local "YYYY-MM-DD hh:mm:ss" to now.
+double age_of(const std::string& when) {
+    struct tm t {};
+    strptime(when.c_str(), "%Y-%m-%d %H:%M:%S", &t);
+    t.tm_isdst = -1;
+    return difftime(time(nullptr), mktime(&t));
+}
+
 }  // namespace
 
-TEST(Daemon, AnswersPushEventsInTurnAndKillsItselfWithinAPauseOfTheUnmount) {
+TEST(Daemon, AnswersPushEventsInTurnTellsTheServiceManagerAndKillsItselfAfterTheUnmount) {
     start_scenario(true, 1);
     for (const char* name : {"mount", "pidof", "umount", "ps", "mkdir"}) fake(name);
-    // Standard input and error closed: the daemon takes /dev/null for them, not its socket.
-    ConnectedDaemon run("/tmp/daemon/mnt", {"BOX", "10"},
-                        {"/bin/sh", "-c", "exec \"$0\" \"$@\" <&- 2>&-"});
+    NotifySocket notify("/tmp/notify.sock");
+    // strace holds each write of the daemon's main thread 300 ms: the banner takes more than a
+    // second to log, an attempt 1.3 s. The server listens only later. The address fills its
+    // 127-character field (inet_addr reads up to the blank) and is reported whole. Three
+    // arguments leave the device id empty; a long one is cut to its field. Standard input and
+    // error closed: the daemon takes /dev/null for them, not its socket.
+    const std::string ip = "127.0.0.1" + std::string(117, ' ') + "x";
+    ConnectedDaemon run("/tmp/daemon/mnt", {std::string(300, 'd')},
+                        {"/usr/bin/strace", "-qq", "-o", "/dev/null", "-e", "trace=write", "-e",
+                         "inject=write:delay_enter=300000", "/bin/sh", "-c",
+                         "exec \"$0\" '" + ip + "' \"$2\" \"$3\" <&- 2>&-"},
+                        true);
+    unsetenv("NOTIFY_SOCKET");
+    pushserver::PushServer& server = run.server;
+    const std::string to = " to 127\\.0\\.0\\.1 {117}x:" + std::to_string(server.port());
+    const std::string none = "; messages 0, checker launches 0\\|";
+    const std::string when = "(\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d)";
+    // Two attempts in a row, each a watchdog ping with the attempts counted.
+    auto attempts = [&](const std::string& verb, const std::string& counts) {
+        return "WATCHDOG=1\nSTATUS=" + verb + to + " \\(attempts 1\\)" + counts +
+               "WATCHDOG=1\nSTATUS=" + verb + to + " \\(attempts 2\\)" + counts;
+    };
+
+    size_t at = 0;
+    ASSERT_TRUE(notify.wait_for("READY=1", at, 10));
+    EXPECT_EQ(count_of(read_file(daily_log_path()), "\r\n"), 4);  // the banner, whole
+    at = 0;
+    EXPECT_TRUE(notify.wait_for(
+        "^READY=1\nSTATUS=connecting" + to + none + attempts("connecting", none), at, 10));
+    const double second = now();
+    ASSERT_TRUE(notify.wait_for("attempts 3", at, 5));
+    EXPECT_TRUE(now() - second > 0.8 && now() - second < 2) << now() - second;
+
+    ASSERT_TRUE(server.listen(server.port()) &&
+                server.waitForHandshake(0, std::chrono::seconds(5), &run.hello));
     const double connected = now();
-    Child& daemon = *run.daemon;
     EXPECT_EQ(run.hello.domain + "|" + run.hello.userId + "|" + run.hello.loginParam,
-              "BOX|10|vintrago");
-    const std::string fds = "/proc/" + std::to_string(daemon.pid()) + "/fd/";
+              std::string(127, 'd') + "||vintrago");
+    Child& daemon = *run.daemon;  // strace, whose child is the daemon
+    const std::string tracer = std::to_string(daemon.pid());
+    const std::string pid = std::to_string(
+        atoi(read_file("/proc/" + tracer + "/task/" + tracer + "/children").c_str()));
+    const std::string fds = "/proc/" + pid + "/fd/";
     for (const char* fd : {"0", "2"}) {
         EXPECT_EQ(std::filesystem::read_symlink(fds + fd), "/dev/null") << fd;
     }
+    const std::string connecting = daemon.output();
+    EXPECT_TRUE(
+        std::regex_match(connecting, std::regex("(Can't connect with the server\r\n){2,4}")))
+        << connecting;
+    ASSERT_TRUE(notify.wait_for("STATUS=connected" + to + " since " + when + none, at, 5));
+    EXPECT_LE(age_of(notify.group), 2);
+    // Idle, the receive thread pings once a second and has nothing new to tell.
+    sleep(3);
+    EXPECT_TRUE(std::regex_match(notify.read().substr(at), std::regex("(WATCHDOG=1\\|){2,4}")))
+        << notify.text.substr(at);
 
     // Held first in its print (standard output full), then in its log (today's log a full
     // FIFO): each message is printed, then the checker started, then the line logged.
-    const std::string path = daily_log_path(), banner = read_file(path);
+    const std::string path = daily_log_path(), started = read_file(path);
     ASSERT_TRUE(unlink(path.c_str()) == 0 && mkfifo(path.c_str(), 0644) == 0);
-    close(fill("/proc/" + std::to_string(daemon.pid()) + "/fd/1"));
+    close(fill(fds + "1"));
     const int logFifo = fill(path);
     for (const char* body : {"#1:hello", "#2:true:ab", "#1:",
                              "#1:$(touch /tmp/pwned1);`touch /tmp/pwned2` %s", "#2:false:xy"}) {
-        run.server.sendFrame(0, body);
+        server.sendFrame(0, body);
     }
     usleep(300 * 1000);
     EXPECT_EQ(read_file(kCheckerRecord), "");
     daemon.output();
     EXPECT_TRUE(wait_until([] { return file_exists(kCheckerRecord); }, 3));
     usleep(300 * 1000);
-    EXPECT_EQ(unfilled(daemon.output()), "Recevied Msg: hello\r\n");
+    EXPECT_EQ(unfilled(daemon.output().substr(connecting.size())), "Recevied Msg: hello\r\n");
     // A checker runs a second in the background, its output discarded: no message waits.
     std::string lines;
     EXPECT_TRUE(wait_until(
@@ -118,56 +185,86 @@ TEST(Daemon, AnswersPushEventsInTurnAndKillsItselfWithinAPauseOfTheUnmount) {
             char chunk[4096];
             for (ssize_t n; (n = read(logFifo, chunk, sizeof(chunk))) > 0;) lines.append(chunk, n);
             lines = unfilled(lines);
-            return count_of(lines, "\r\n") + count_of(daemon.output(), "\r\n") == 10;
+            return count_of(lines, "\r\n") + count_of(daemon.output(), "\r\n") ==
+                   10 + count_of(connecting, "\r\n");
         },
         1.5));
     close(logFifo);
     ASSERT_EQ(unlink(path.c_str()), 0);
-    write_file(path, banner + lines);
+    write_file(path, started + lines);
     const std::string checked = "out=/dev/null err=/dev/null args=m\n";
     EXPECT_TRUE(
         wait_until([&] { return read_file(kCheckerRecord) == checked + checked + checked; }, 3))
         << read_file(kCheckerRecord);
     EXPECT_FALSE(file_exists("/tmp/pwned1") || file_exists("/tmp/pwned2"));
 
-    // A connection lost inside a frame is taken up again at once, under a new identifier,
-    // without a warning; the cut frame is lost.
-    ASSERT_TRUE(run.server.sendRaw(0, "0020#1:cut short"));
-    usleep(100 * 1000);
-    const double lost = now();
-    ASSERT_TRUE(run.server.reset(0));
-    pushserver::Handshake next;
-    ASSERT_TRUE(run.server.waitForHandshake(1, seconds(5), &next));
-    EXPECT_LT(now() - lost, 0.9);
-    EXPECT_NE(next.identifier, run.hello.identifier);
-    EXPECT_EQ(run.server.received(0), "BOX:(" + run.hello.identifier + ")10\nvintrago\n\n");
+    // Ten messages in all, so that the counts are shown in decimal.
+    for (int i = 0; i < 7; i++) ASSERT_TRUE(server.sendFrame(0, "#1:m"));
+    const std::string counted = "; messages 10, checker launches 10, last message " + when + "\\|";
 
-    // The heartbeat looks at once, then every 4 s: the daemon outlives a look with the mount.
-    std::this_thread::sleep_for(std::chrono::duration<double>(connected + 5 - now()));
+    // A connection lost inside a frame, the server away: the session's thread tries again at
+    // once, then every second, each attempt a ping and counted, the counts kept; it warns after
+    // each failed attempt only. The cut frame is lost; the new connection has a new identifier.
+    ASSERT_TRUE(server.sendRaw(0, "0020#1:cut short"));
+    usleep(100 * 1000);
+    server.stopListening();
+    const double lost = now();
+    ASSERT_TRUE(server.reset(0));
+    ASSERT_TRUE(notify.wait_for(attempts("reconnecting", counted), at, 5));
+    EXPECT_LT(now() - lost, 1.9);
+    pushserver::Handshake next;
+    ASSERT_TRUE(server.listen(server.port()) &&
+                server.waitForHandshake(1, std::chrono::seconds(3), &next));
+    ASSERT_TRUE(notify.wait_for("\\|STATUS=connected" + to + " since " + when + counted, at, 3));
+    EXPECT_LE(age_of(notify.group), 2);
+    EXPECT_NE(next.identifier, run.hello.identifier);
+    EXPECT_EQ(server.received(0),
+              std::string(127, 'd') + ":(" + run.hello.identifier + ")\nvintrago\n\n");
+    const int warned = count_of(logged(), "[WARN] disconnected \r\n");
+    EXPECT_EQ(warned, count_of(notify.text, "STATUS=reconnecting") - 1) << logged();
+
+    // The heartbeat looks at once, then every 4 s: the daemon outlives the looks with the
+    // mount. Unmounted between two looks, it is found gone at the next one.
+    const double looks = std::max(0.0, std::ceil((now() - connected - 2) / 4));
+    std::this_thread::sleep_for(std::chrono::duration<double>(connected + 4 * looks + 2 - now()));
     ASSERT_TRUE(daemon.running());
     run.unmount();
     int status = 0;
     ASSERT_TRUE(daemon.wait_exit(10, &status));
     EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL) << status;
-    EXPECT_EQ(commands(connected, now()),
-              "mount\nmount\nmount\nmount\nmount\nmount\nmount\npidof -s hoxen\n.44......");
+    std::string mounts;
+    for (int i = 0; i < looks + 6; i++) mounts += "mount\n";
+    // The first look waits for the daemon's main thread, which strace slows down.
+    const std::string done = commands(connected, now());
+    EXPECT_TRUE(std::regex_match(
+        done, std::regex(mounts + "pidof -s hoxen\n[.?]" + std::string(looks + 1, '4') + "\\.{6}")))
+        << done;
     // Standard output is a pipe here: what was printed survives the kill -9.
-    EXPECT_EQ(unfilled(daemon.output()),
+    const std::string received = "[INFO] recieve message(manual integrity check) \r\n";
+    std::string printed, later;
+    for (int i = 0; i < 7; i++) {
+        printed += "Recevied Msg: m\r\n";
+        later += received;
+    }
+    EXPECT_EQ(unfilled(daemon.output().substr(connecting.size())),
               "Recevied Msg: hello\r\n"
               "Auth: passed, Token:ab\r\n"
               "Recevied Msg: \r\n"
               "Recevied Msg: $(touch /tmp/pwned1);`touch /tmp/pwned2` %s\r\n"
-              "Auth: failed, Token:xy\r\n");
+              "Auth: failed, Token:xy\r\n" +
+                  printed);
     // The whole log; the mount was gone, so no unmount is logged. Nothing else is written.
+    // The banner is cut to the longest line a log takes.
+    const std::string banner =
+        "  --- " + ip + " " + std::to_string(server.port()) + " " + std::string(300, 'd');
     const std::string rule = " ============================================ \r\n";
-    const std::string received = "[INFO] recieve message(manual integrity check) \r\n";
+    for (int i = 0; i < warned; i++) later += "[WARN] disconnected \r\n";
     EXPECT_EQ(logged(), rule + " ============ HOXEN is Started!! ============ \r\n" + rule +
-                            "  --- 127.0.0.1 " + std::to_string(run.server.port()) +
-                            " BOX 10 *** \r\n" + received + "[INFO] auth: passed, token:ab \r\n" +
-                            received + received + "[INFO] auth: failed, token:xy \r\n" +
+                            banner.substr(0, 228) + " \r\n" + received +
+                            "[INFO] auth: passed, token:ab \r\n" + received + received +
+                            "[INFO] auth: failed, token:xy \r\n" + later +
                             "[CRIT] quillo process is stopped, kill all process! \r\n" +
-                            "[INFO] hoxen(pid=" + std::to_string(daemon.pid()) +
-                            ") is stopped !\r\n \r\n");
+                            "[INFO] hoxen(pid=" + pid + ") is stopped !\r\n \r\n");
     shell("find /var/log > /tmp/found");
     EXPECT_EQ(read_file("/tmp/found"),
               "/var/log\n/var/log/quillo\n/var/log/quillo/hoxen\n" + path + "\n");

@@ -8,9 +8,7 @@
 
 #include <chrono>
 #include <climits>
-#include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <ctime>
 #include <filesystem>
 #include <fstream>
@@ -61,16 +59,12 @@ bool wait_until(const std::function<bool()>& done, double seconds) {
 }
 
 std::string daily_log_path() {
-    time_t now = time(nullptr);
+    const time_t now = time(nullptr);
     struct tm when;
-    localtime_r(&now, &when);
     char name[64];
-    strftime(name, sizeof(name), "/var/log/quillo/hoxen/pushclient_%Y%m%d.log", &when);
+    strftime(name, sizeof(name), "/var/log/quillo/hoxen/pushclient_%Y%m%d.log",
+             localtime_r(&now, &when));
     return name;
-}
-
-bool is_mount_point(const std::string& dir) {
-    return read_file("/proc/self/mounts").find(" " + dir + " ") != std::string::npos;
 }
 
 std::string logged() {
@@ -176,11 +170,11 @@ const char kHoxen[] = HOXEN_BINARY_DIR "/hoxen";
 const char kCheckerRecord[] = "/tmp/checker.calls";
 
 void start_scenario(bool logging, int checkerSeconds) {
-    // The log folder is made here: a first line racing the log's own background mkdir would
-    // be lost (the daily log test covers that path).
+    // The log folder is made here, by /bin/mkdir (not a test's fake): a first line racing the
+    // log's own background mkdir would be lost (the daily log test covers that path).
     const std::string checker = "/brellium/orvaclient/integrity";
     EXPECT_EQ(shell(std::string("rm -rf /var/log/quillo /tmp/logging.dat ") + kCheckerRecord + " " +
-                    kCommandRecord + " && mkdir -p /var/log/quillo/hoxen " + checker),
+                    kCommandRecord + " && /bin/mkdir -p /var/log/quillo/hoxen " + checker),
               0);
     write_file(checker + "/integrity",
                "#!/bin/sh\necho \"out=$(readlink /proc/$$/fd/1) err=$(readlink /proc/$$/fd/2) "
@@ -191,6 +185,10 @@ void start_scenario(bool logging, int checkerSeconds) {
         write_file("/tmp/logging.dat", "");
     // Output, log and timing are those of a daemon that no service manager watches.
     unsetenv("NOTIFY_SOCKET");
+}
+
+static bool is_mount_point(const std::string& dir) {
+    return read_file("/proc/self/mounts").find(" " + dir + " ") != std::string::npos;
 }
 
 ConnectedDaemon::ConnectedDaemon(const std::string& mountDir, std::vector<std::string> args,

@@ -1,6 +1,6 @@
-// Helpers shared by the daemon's tests: child processes with their output on a pipe, the
-// daemon against its own push server with a quillo FUSE mount (tools/quillo_fuse), file and
-// log readers. Meant for one test thread; what a helper launches it also reaps.
+// Helpers shared by the daemon's tests and benchmarks: child processes, fake commands, logs,
+// the daemon against its own push server with a quillo FUSE mount (tools/quillo_fuse).
+// Meant for one test thread; what a helper launches it also reaps.
 #ifndef HOXEN_TESTS_SUPPORT_DAEMON_HARNESS_H
 #define HOXEN_TESTS_SUPPORT_DAEMON_HARNESS_H
 
@@ -18,18 +18,12 @@ namespace hoxen_test {
 std::string read_file(const std::string& path);  // empty when missing
 void write_file(const std::string& path, const std::string& text, mode_t mode = 0644);
 bool file_exists(const std::string& path);
-// Runs a test's own command line through sh; returns its exit status (-1 when killed).
-int shell(const std::string& command);
-// Number of (possibly overlapping) occurrences of `piece` in `text`.
+int shell(const std::string& command);  // through sh: the exit status, -1 when killed
+// Occurrences of `piece` in `text`, overlapping ones included.
 int count_of(const std::string& text, const std::string& piece);
 // Polls `done` every 20 ms for at most `seconds`; true once it held.
 bool wait_until(const std::function<bool()>& done, double seconds);
-// Today's daily log file of the daemon, by local time.
-std::string daily_log_path();
-// True while /proc/self/mounts lists `dir` as a mount point.
-bool is_mount_point(const std::string& dir);
-
-// How many descriptors the process holds.
+std::string daily_log_path();  // today's, by local time
 int descriptor_count(pid_t pid);
 
 // A child process whose standard output the test reads through a pipe; its standard error
@@ -43,8 +37,7 @@ public:
 
     pid_t pid() const { return _pid; }
     const std::string& output();  // everything written so far
-    // Waits for the end of the child; true with its wait status once it ended.
-    bool wait_exit(double seconds, int* status);
+    bool wait_exit(double seconds, int* status);  // true, with the wait status, once it ended
     bool running();
 
 private:
@@ -54,8 +47,7 @@ private:
     std::string _text;
 };
 
-// Today's daily log with the stamps "[YYYY-MM-DD hh:mm:ss] : " taken off its lines.
-std::string logged();
+std::string logged();  // today's log without the "[YYYY-MM-DD hh:mm:ss] : " stamps
 
 // Installs a fake command `name`, first on PATH (of this process and what it starts) from the
 // first call on. Each call is recorded, then prints outputs[n] on its n-th call (the last
@@ -66,15 +58,13 @@ void fake(const std::string& name, const std::vector<std::string>& outputs = {},
 // then their pace: for each gap from `start` through the calls to `end` (wall-clock seconds),
 // '.' under 0.5 s, '1' from 0.8 to 1.9 s, '4' from 3.5 to 5 s, else '?'.
 std::string commands(double start, double end);
-// Wall-clock seconds, as commands() gives them.
-double now();
+double now();  // wall-clock seconds, as commands() takes them
 
 extern const char kHoxen[];          // the daemon binary of this build
 extern const char kCheckerRecord[];  // the fake integrity checker's calls, one a line
-// Starts a daemon scenario afresh: an empty log folder, no command record, no checker record,
-// the log switch file present or not, and no NOTIFY_SOCKET for the daemons. The fake checker
-// records "out=X err=Y args=ARGS" (where its standard output and error go), then sleeps
-// `checkerSeconds`.
+// Starts a scenario afresh: an empty log folder, no command or checker record, the log switch
+// file present or not, no NOTIFY_SOCKET. The fake checker records "out=X err=Y args=ARGS"
+// (where its standard output and error go), then sleeps `checkerSeconds`.
 void start_scenario(bool logging, int checkerSeconds = 0);
 
 // The daemon started with `args` against its own push server on 127.0.0.1, with a quillo
