@@ -266,7 +266,9 @@ template <bool inPlace = false>
     x[4] ^= t[7];
 }
 
-// InvMixColumns is MixColumns after multiplying each column by 4 x^2 + 5: a0 + 4 (a0 + a2).
+// InvMixColumns is MixColumns after multiplying each column by 4 x^2 + 5: b = a0 + 4 u with
+// u = a0 + a2. Since b0 + b2 is u again, MixColumns of b is b + r + r1 with r = u + 2 b (r1
+// one row down): a round needs only the rotations for u and r1, none for b.
 template <bool inPlace>
 [[gnu::always_inline]] inline void invMixColumns(planes& x, int shifts) {
     vec u[8];
@@ -277,7 +279,15 @@ template <bool inPlace>
                            u[2] ^ u67, u[3] ^ u[7], u[4],        u[5]};
 #pragma GCC unroll 8
     for (int b = 0; b < 8; ++b) x[b] ^= times4[b];
-    mixColumns<inPlace>(x, shifts);
+    // r = u + 2 b, doubling as in mixColumns.
+    u[0] ^= x[7];
+#pragma GCC unroll 8
+    for (int b = 1; b < 8; ++b) u[b] ^= x[b - 1];
+    u[1] ^= x[7];
+    u[3] ^= x[7];
+    u[4] ^= x[7];
+#pragma GCC unroll 8
+    for (int b = 0; b < 8; ++b) x[b] ^= u[b] ^ rowsDown<1, inPlace>(u[b], shifts);
 }
 
 [[gnu::always_inline]] inline void encryptPlanes(const schedule& s, planes& x) {
