@@ -238,10 +238,12 @@ TEST(CharsetTest, Utf2ansiFoldsSevenBitSequencesOnly) {
              {"\xc2\x80", 64, "-2||0"},
              {"\xf8", 64, "-2||0"},
              {"\xc1\x81", 64, "0|A|2"},  // overlong
+             {"\xc0\x81", 64, "0|\x01|2"},
              {"\xc3\x41", 64, "0|\x03|2"},
              {"ok\x80", 64, "-2|ok|2"},
              {"a\xe0\x80", 64, "0|a|1"},  // a 3-byte lead with one byte left
              {"\xf7", 64, "0||0"},
+             {"\xf1zzz", 64, "0|\x01zz|4"},  // the lead's own bits stand
              {"\xf0\x80\x81\x81z", 64, "0|Az|5"},  // overlong in four bytes
              {"abc", 2, "0|ab|2"}}) {
         EXPECT_EQ(folded, filtered(utf2ansi, in, room));
