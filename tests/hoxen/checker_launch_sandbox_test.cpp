@@ -53,24 +53,27 @@ std::string seen(const std::string& name) {
 
 TEST(CheckerLaunch, GivesTheCheckerWhatTheShellGaveItAndNoneOfOurDescriptors) {
     install_checker(kReportingChecker);
-    // A stale PWD, which the shell replaced, and a descriptor of ours that a child would inherit.
-    shell("mkdir -p /tmp/elsewhere");
-    setenv("PWD", "/tmp/elsewhere", 1);
+    // A stale PWD, which the shell replaced, one that names our folder through a link, which
+    // it kept, and a descriptor of ours that a child would inherit.
+    char cwd[4096];
+    ASSERT_NE(getcwd(cwd, sizeof(cwd)), nullptr);
+    shell(std::string("mkdir -p /tmp/elsewhere && ln -sfn ") + cwd + " /tmp/here");
     const int ours = open("/tmp/ours", O_RDONLY | O_CREAT, 0644);
     ASSERT_GE(ours, 3);
-
-    const std::string byShell = seen("shell");
-    ASSERT_EQ(shell(std::string(kChecker) + " m > /dev/null 2>&1 &"), 0);
-    ASSERT_TRUE(wait_until([&] { return file_exists(byShell); }, 15));
-    const std::string byUs = seen("us");
-    start_integrity_check();
-    ASSERT_TRUE(wait_until([&] { return file_exists(byUs); }, 15));
+    std::string byUs;
+    for (std::string pwd : {"/tmp/here", "/tmp/elsewhere"}) {
+        setenv("PWD", pwd.c_str(), 1);
+        const std::string byShell = seen("shell" + pwd.substr(5));
+        ASSERT_EQ(shell(std::string(kChecker) + " m > /dev/null 2>&1 &"), 0);
+        ASSERT_TRUE(wait_until([&] { return file_exists(byShell); }, 15));
+        byUs = seen("us" + pwd.substr(5));
+        start_integrity_check();
+        ASSERT_TRUE(wait_until([&] { return file_exists(byUs); }, 15));
+        EXPECT_EQ(read_file(byUs), read_file(byShell)) << pwd;
+    }
     close(ours);
     sigset_t mask;  // the caller's own mask is as it was
     EXPECT_TRUE(pthread_sigmask(SIG_BLOCK, nullptr, &mask) == 0 && !sigismember(&mask, SIGINT));
-    EXPECT_EQ(read_file(byUs), read_file(byShell));
-    char cwd[4096];
-    ASSERT_NE(getcwd(cwd, sizeof(cwd)), nullptr);
     EXPECT_NE(read_file(byUs).find(std::string("\nPWD=") + cwd + "\n"), std::string::npos);
     // Only /dev/null, and what sh itself opened: the script and the listing.
     const std::string fds = read_file(byUs + ".fds");
