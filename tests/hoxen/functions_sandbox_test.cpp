@@ -2,6 +2,7 @@
 // process lookups on controlled command output, the stop functions and the heartbeat (which
 // log, unmount and kill our children) with the commands they run and their pace, recorded by
 // fake commands first on PATH, and the reconnection after an error.
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/wait.h>
@@ -207,4 +208,18 @@ TEST(SavedSequence, ReadsTheFirstNumberOfTheConfirmFile) {
     }
     write_file("/tmp/hoxen_confirm.txt", std::string(1000, '1'));
     get_saved_sequence();  // bounded read: no overrun (checked by the sanitizers)
+}
+
+TEST(StandardDescriptors, OnlyTheClosedOnesAreOpenedOnDevNull) {
+    const pid_t child = fork();
+    if (child == 0) {  // a stale EBADF must not make an open descriptor count as closed
+        close_range(3, ~0U, 0);
+        close(STDIN_FILENO);
+        close(STDERR_FILENO);
+        open_closed_standard_descriptors();
+        _exit(fcntl(STDERR_FILENO, F_GETFD) == 0 && open("/dev/null", O_RDONLY) == 3 ? 0 : 1);
+    }
+    int status = -1;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(status, 0);
 }
