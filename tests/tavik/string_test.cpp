@@ -96,7 +96,8 @@ TEST(StringTest, NullTextDiffersFromEmptyAndWritersMayReadTheirOwnText) {
     s += '\0';
     EXPECT_EQ(nullptr, s.get());
     s += '\xe9';
-    EXPECT_STREQ("\xe9", s.get());
+    s += "!";  // onto a one-byte text
+    EXPECT_STREQ("\xe9!", s.get());
     s = "protocol";
     s = s.get();
     s = s.get() + 3;
@@ -192,6 +193,7 @@ TEST(StringTest, SearchesAndAffixesAgreeWithTheirDefinitions) {
     EXPECT_TRUE(none.equals(nullptr));
     EXPECT_FALSE(none.equals(""));
     EXPECT_FALSE(tavik::string("").equals<false>(nullptr));
+    EXPECT_EQ(-1, tavik::string("a").indexOf<true>(static_cast<const char*>(nullptr), 0));
     EXPECT_FALSE(none.startsWith(""));
     EXPECT_EQ(-1, none.indexOf<true>("a"));
     EXPECT_EQ(-1, none.lastIndexOf('a'));

@@ -67,9 +67,9 @@ TEST(ThreadTest, WaitEndsWhenTheFlagTurnsTrueOrAfterItsBound) {
     EXPECT_TRUE(gone);
     EXPECT_LT(msWaiting(3, &gone), 100);  // already true: no step at all
     gone = false;
-    long bounded = msWaiting(1, &gone);  // two steps of 500 ms
+    long bounded = msWaiting(1, &gone);  // two steps of 500 ms, not three
     EXPECT_GE(bounded, 1000);
-    EXPECT_LT(bounded, 2500);
+    EXPECT_LT(bounded, 1450);
 }
 
 struct Counter : tavik::mutex4obj<Counter> {
