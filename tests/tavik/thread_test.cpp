@@ -34,6 +34,7 @@ public:
 
 TEST(ThreadTest, RunsHooksInOrderRoutesExceptionsAndReportsTheThreadLimit) {
     Recorder failing;
+    EXPECT_EQ(0, static_cast<int>(failing.status));  // constructed: waiting to run, 0
     ASSERT_NE(0u, failing.start(nullptr));
     for (int i = 0; i < 500 && failing.status != tavik::_finished; ++i) tavik::linux_sleep(10);
     ASSERT_EQ(tavik::_finished, failing.status);
