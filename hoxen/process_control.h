@@ -43,9 +43,10 @@ void stop_hoxen();
 
 // Starts the integrity checker in its manual mode, in the background, output discarded, as
 // the shell did for "CHECKER m > /dev/null 2>&1 &" but without one: returns once the checker's
-// process exists (as the shell did, possibly before its exec), never waits for it. The checker is our child (the shell's was init's); a thread of
-// ours collects it once it ends, and never any other child. The checker gets none of our
-// descriptors beyond 0, 1 and 2. Safe from any thread.
+// process exists (as the shell did, possibly before its exec), never waits for it. The
+// checker is our child (the shell's was init's); a thread of ours collects it once it ends,
+// and never any other child. The checker gets none of our descriptors beyond 0, 1 and 2.
+// Safe from any thread.
 void start_integrity_check();
 
 // Runs a fixed command line through the shell; the result is not examined.
