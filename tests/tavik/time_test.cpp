@@ -119,12 +119,6 @@ TEST(TimeTest, SetBuildsStandardTimeAndGettersReadLocalTime) {
     for (int month = 1; month <= 12; month++) names += make(2026, month, 1, 0, 0, 0).getMonthName();
     EXPECT_EQ(names, "JanFebMarAprMayJunJulAugSepOctNovDec");
     EXPECT_EQ(d.getDayOfWeek(), 4);
-    datetime copy;
-    copy.nFraction = 5;
-    copy = d;                          // only the value is copied
-    copy.setTime("2026/03/05 14:07");  // too few pieces: unchanged
-    copy.setTime(static_cast<const char*>(nullptr));
-    EXPECT_TRUE(copy == d && copy.nFraction == 5);
     d.setTime(1, 2, 3);
     EXPECT_STREQ(d.getTime(), "2026/03/05 01:02:03");
 
@@ -133,7 +127,11 @@ TEST(TimeTest, SetBuildsStandardTimeAndGettersReadLocalTime) {
     d.set(2026, 14, 1, 0, 0, 0, 123456789);  // month 14 is February of the next year
     EXPECT_STREQ(d.getTime(), "2027/02/01 00:00:00");
     EXPECT_EQ(d.getLong() * 1000LL + 123, d.getLongLong());
-    EXPECT_EQ(d.at, d.getLong());
+    datetime copy;
+    copy = d;                          // only the value is copied
+    copy.setTime("2026/03/05 14:07");  // too few pieces: unchanged
+    copy.setTime(static_cast<const char*>(nullptr));
+    EXPECT_TRUE(copy == d && copy.nFraction == 0);
 
     // Summer time is not applied: the value is an hour later than the fields asked for.
     setZone(zones[3]);
@@ -188,16 +186,13 @@ TEST(TimeTest, ClockReadingsAreTheCurrentTime) {
     datetime d;
     datetime::getCurrent()->at = 0;
     EXPECT_TRUE(d.at >= before && datetime::getCurrent()->at >= before);
-    EXPECT_LE(datetime::getCurrent()->at, time(nullptr));
     // A reading between two clock readings of the same millisecond is that millisecond; in
     // 200 ms some readings fall in the first microsecond of one, where rounding would show.
     int exact = 0;
     for (const long long end = now() + 200; now() < end;) {
         const long long first = now(), got = d.getMiliseconds(), last = now();
-        if (first == last) {
-            ASSERT_EQ(first, got);
-            exact++;
-        }
+        ASSERT_TRUE(first != last || got == first) << got << " read within " << first;
+        exact += first == last;
     }
     EXPECT_GT(exact, 0);
 
