@@ -19,27 +19,24 @@ Fields fieldsOf(const string2date& d) {
     return {d.day, d.mon, d.year, d.hour, d.min, d.sec, d.positive, d.gmtHour, d.gmtMin};
 }
 
-// The parse step by step: p and e are positions, -1 when a search finds nothing (npos
-// read as a long); numbers are read by atoi from a to e (e = -1: to the end), stopping at
-// the end of the text.
+// The parse step by step: positions are -1 when a search finds nothing (npos as a long);
+// numbers are read by atoi from a to e (e = -1: to the end), stopping at the text's end.
 Fields referenceParse(const std::string& t) {
-    const size_t npos = std::string::npos;
     const long size = static_cast<long>(t.size());
     auto find = [&t](char c, long from) { return static_cast<long>(t.find(c, from)); };
     auto number = [&t, size](long a, long e) {
-        return a >= size ? 0 : atoi(t.substr(a, e < 0 ? npos : e - a).c_str());
+        return a >= size ? 0 : atoi(t.substr(a, e < 0 ? std::string::npos : e - a).c_str());
     };
     string2date d("");  // all fields 0, the offset positive
     int* const fields[] = {&d.day, &d.mon, &d.year, &d.hour};
     const std::string months = "JanFebMarAprMayJunJulAugSepOctNovDec";
-    long p = t.find(',') == npos ? 0 : find(' ', 0) + 1;
+    long p = find(',', 0) < 0 ? 0 : find(' ', 0) + 1;
     for (int i = 0; i < 4; ++i) {  // day, month, year up to blanks, hour up to a colon
         const long e = find(i < 3 ? ' ' : ':', p);
         if (e < 0)
             return fieldsOf(string2date(""));
-        const std::string name = t.substr(p, e - p);
-        const size_t m = name.size() == 3 ? months.find(name) : npos;
-        *fields[i] = i != 1 ? number(p, e) : (m != npos && m % 3 == 0 ? int(m / 3 + 1) : -1);
+        const long m = e - p == 3 ? static_cast<long>(months.find(t.substr(p, 3))) : -1;
+        *fields[i] = i != 1 ? number(p, e) : m % 3 == 0 ? int(m / 3 + 1) : -1;
         p = e + 1;
     }
     const bool seconds = find(':', p) >= 0;

@@ -145,7 +145,6 @@ TEST_F(ProfileTest, FailedSaveKeepsTheOldFileWhole) {
 
     ASSERT_TRUE(fs::remove(path) && fs::create_directory(path));  // the rename over it fails
     std::ofstream(path + "/keep") << "x";
-    EXPECT_EQ(p.save(), 0);
-    EXPECT_FALSE(fs::exists(temporary));
+    EXPECT_TRUE(p.save() == 0 && !fs::exists(temporary));
     EXPECT_EQ(read(path + "/keep"), "x");
 }

@@ -78,9 +78,8 @@ TEST(TimeTest, AddCarriesLikeACalendarWithoutThe400YearRule) {
         {"2024/02/29 10:00:00", "2025/03/01 10:00:00", datetime::Year, 1},        // not clamped
         {"2024/02/29 10:00:00", "2024/02/29 10:00:00", datetime::Year, INT_MAX},  // too far
         {"2024/02/29 10:00:00", "2147483637/03/01 10", datetime::Year, INT_MAX - 2034},  // cut
-        // At or before the epoch nothing is added.
-        {"1970/01/01 00:00:00", "1970/01/01 00:00:00", datetime::Day, 1},
-        {"1969/12/31 23:00:00", "1969/12/31 23:00:00", datetime::Day, 1},
+        {"1970/01/01 00:00:00", "1970/01/01 00:00:00", datetime::Day, 1},  // unchanged at the epoch
+        {"1969/12/31 23:00:00", "1969/12/31 23:00:00", datetime::Day, 1},  // and before it
     };
     for (const auto& [from, to, type, n] : steps) {
         datetime d;
