@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <cstring>
 #include <ctime>
 #include <memory>
 #include <string>
@@ -57,14 +56,12 @@ TEST(CipherWrapperTest, EncryptsZeroPaddedWholeBlocksInEcbWithTextKeysZeroFilled
     null.setKey(nullptr);
     tavik::realaes real;
     real.setKey(filled);
-    for (size_t n : {0, 1, 16, 17}) {
-        bytes data(n, 'x'), padded = data;
-        padded.resize((n + 15) / 16 * 16, 0);  // the padding zeros stay
+    for (size_t n : {0, 1, 16, 17}) {  // deciphering pads too: the padding zeros stay
+        bytes data(n, 'x');
         EXPECT_EQ(run(light, true, data), ecb<tavik::AES>(filled, data)) << n;
-        EXPECT_EQ(run(light, false, run(light, true, data)), padded) << n;
+        EXPECT_EQ(run(light, false, data), ecb<tavik::AES>(filled, data, false)) << n;
         EXPECT_EQ(run(real, true, data), ecb<tavik::REALAES>(filled, data)) << n;
         EXPECT_EQ(run(real, false, data), ecb<tavik::REALAES>(filled, data, false)) << n;
-        EXPECT_EQ(run(real, false, run(real, true, data)), padded) << n;
     }
     bytes block(16, 'x');
     EXPECT_EQ(run(full, true, block),
@@ -88,17 +85,13 @@ std::string keyOfSecond(time_t t) {
 }
 
 TEST(CipherWrapperTest, StringsRoundTripThroughUpperCaseHexWithAGeneratedKey) {
-    const char* key = nullptr;
-    for (int tries = 0; tries < 3; tries++) {  // again when the second turns in between
-        time_t t = time(nullptr);
-        std::string expected = keyOfSecond(t);
+    time_t t;
+    const char* key;
+    do {  // again when the second turns in between
+        t = time(nullptr);
         key = tavik::realaes::generateKey();
-        if (time(nullptr) == t) {
-            EXPECT_EQ(expected, key);
-            break;
-        }
-    }
-    ASSERT_EQ(std::strlen(key), 16u);
+    } while (time(nullptr) != t);
+    EXPECT_EQ(keyOfSecond(t), key);
     tavik::realaes w;
     w.setKey(reinterpret_cast<const unsigned char*>(key));
     for (std::string s : {"", "exactly 16 bytes", "\x01\x7f\x80\xff and high bytes"}) {
