@@ -1,6 +1,5 @@
-// The AES engines on all their paths: REALAES against OpenSSL's libcrypto as an
-// independent oracle, and AES, the one-round variant, against a
-// model written from its definition.
+// The AES engines on all their paths: REALAES against OpenSSL's libcrypto as an independent
+// oracle, and AES, the one-round variant, against a model written from its definition.
 #include "tavik/realaes.h"
 
 #include <gtest/gtest.h>
@@ -102,13 +101,11 @@ outcome run(const bytes& key, const bytes& iv, bytes plain, uint32_t split) {
     return {ecb, ecbBack, first, unchained, head, cbc, plain, back};
 }
 
-// Every path (the CPU's AES instructions and SSSE3 where it has them, and tables) against
-// OpenSSL for REALAES and against the model for AES, so that the paths also agree.
-// Lengths run past the eight blocks that the instructions take at once, and now and then
-// end in a partial block: only whole blocks are enciphered, the rest zeroed. The buffers
-// are exactly n bytes, so AddressSanitizer sees any access past them.
-// CTest runs this program once more with TAVIK_AES_SOFTWARE=1, which rules out the AES
-// instructions as on a CPU without them.
+// Every path the CPU has (AES instructions, AVX2, SSSE3, tables) against OpenSSL for REALAES
+// and the model for AES, so the paths also agree. Lengths run past the eight blocks taken at
+// once and now and then end in a partial block (only whole blocks are enciphered, the rest
+// zeroed); buffers are exactly n bytes, for AddressSanitizer. CTest runs this program again
+// with TAVIK_AES_SOFTWARE=1, as on a CPU without the AES instructions.
 TEST(RealAesTest, EveryPathMatchesOpensslAndTheOneRoundModelOnRandomCases) {
     using tavik::aesModes::path;
 #if defined(__x86_64__)
@@ -139,7 +136,6 @@ TEST(RealAesTest, EveryPathMatchesOpensslAndTheOneRoundModelOnRandomCases) {
         outcome real = expected(openssl(EVP_aes_128_ecb(), key, {}, plain),
                                 openssl(EVP_aes_128_cbc(), key, iv, plain));
         outcome one = expected(oneRound(key, {}, plain), oneRound(key, iv, plain));
-        ASSERT_NE(real[0], one[0]);
         for (path limit : {path::aesInstructions, path::avx2, path::ssse3, path::tables}) {
             tavik::aesModes::limitPath(limit);
             ASSERT_EQ(tavik::aesModes::fastestPath(), std::max(cpu, limit));

@@ -30,17 +30,14 @@ bytes run(Wrapper& w, bool encrypt, bytes data) {
     return take(encrypt ? w.encrypt(&view) : w.decrypt(&view));
 }
 
-// The data zero-padded to whole blocks and enciphered (or deciphered) block by block by the
-// engine itself.
+// The data zero-padded to whole blocks, each block through the engine itself.
 template <class Engine>
 bytes ecb(const uint8_t* key, bytes data, bool encrypt = true) {
     Engine engine;
     engine.setKey(key);
     data.resize((data.size() + 15) / 16 * 16, 0);
-    for (size_t i = 0; i < data.size(); i += 16) {
-        encrypt ? engine.AES128_ECB_encrypt(&data[i], &data[i])
-                : engine.AES128_ECB_decrypt(&data[i], &data[i]);
-    }
+    auto step = encrypt ? &Engine::AES128_ECB_encrypt : &Engine::AES128_ECB_decrypt;
+    for (size_t i = 0; i < data.size(); i += 16) (engine.*step)(&data[i], &data[i]);
     return data;
 }
 
@@ -77,9 +74,8 @@ std::string keyOfSecond(time_t t) {
     srand(static_cast<unsigned>(t));
     std::string key;
     while (key.size() < 16) {
-        char c =
-            static_cast<char>(static_cast<int>(1.0f + (rand() / 2147483648.0f * 93.0f + 33.0f)));
-        key += c == ':' ? "" : std::string(1, c);
+        int c = static_cast<int>(1.0f + (rand() / 2147483648.0f * 93.0f + 33.0f));
+        if (c != ':') key += static_cast<char>(c);
     }
     return key;
 }

@@ -17,7 +17,6 @@ using tavik::socks;
 
 namespace {
 
-// The seconds that f takes.
 template <class F>
 double secondsOf(F f) {
     auto start = std::chrono::steady_clock::now();
@@ -154,8 +153,7 @@ TEST_F(SocketTest, HostsResolveConnectsLeakNoDescriptorAndPendingTimedConnectsCo
     ASSERT_EQ(0, getrlimit(RLIMIT_NOFILE, &lim));
     rlimit none = {0, lim.rlim_max};
     ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &none));
-    socks starved;
-    EXPECT_THROW(starved.connect(nullptr, full.port), const char*);
+    EXPECT_THROW(socks().connect(nullptr, full.port), const char*);
     ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &lim));
 }
 
