@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <cstring>
 #include <ctime>
 #include <memory>
 #include <string>
@@ -31,17 +30,14 @@ bytes run(Wrapper& w, bool encrypt, bytes data) {
     return take(encrypt ? w.encrypt(&view) : w.decrypt(&view));
 }
 
-// The data zero-padded to whole blocks and enciphered (or deciphered) block by block by the
-// engine itself.
+// The data zero-padded to whole blocks, each block through the engine itself.
 template <class Engine>
 bytes ecb(const uint8_t* key, bytes data, bool encrypt = true) {
     Engine engine;
     engine.setKey(key);
     data.resize((data.size() + 15) / 16 * 16, 0);
-    for (size_t i = 0; i < data.size(); i += 16) {
-        encrypt ? engine.AES128_ECB_encrypt(&data[i], &data[i])
-                : engine.AES128_ECB_decrypt(&data[i], &data[i]);
-    }
+    auto step = encrypt ? &Engine::AES128_ECB_encrypt : &Engine::AES128_ECB_decrypt;
+    for (size_t i = 0; i < data.size(); i += 16) (engine.*step)(&data[i], &data[i]);
     return data;
 }
 
@@ -57,14 +53,12 @@ TEST(CipherWrapperTest, EncryptsZeroPaddedWholeBlocksInEcbWithTextKeysZeroFilled
     null.setKey(nullptr);
     tavik::realaes real;
     real.setKey(filled);
-    for (size_t n : {0, 1, 16, 17}) {
-        bytes data(n, 'x'), padded = data;
-        padded.resize((n + 15) / 16 * 16, 0);  // the padding zeros stay
+    for (size_t n : {0, 1, 16, 17}) {  // deciphering pads too: the padding zeros stay
+        bytes data(n, 'x');
         EXPECT_EQ(run(light, true, data), ecb<tavik::AES>(filled, data)) << n;
-        EXPECT_EQ(run(light, false, run(light, true, data)), padded) << n;
+        EXPECT_EQ(run(light, false, data), ecb<tavik::AES>(filled, data, false)) << n;
         EXPECT_EQ(run(real, true, data), ecb<tavik::REALAES>(filled, data)) << n;
         EXPECT_EQ(run(real, false, data), ecb<tavik::REALAES>(filled, data, false)) << n;
-        EXPECT_EQ(run(real, false, run(real, true, data)), padded) << n;
     }
     bytes block(16, 'x');
     EXPECT_EQ(run(full, true, block),
@@ -80,25 +74,20 @@ std::string keyOfSecond(time_t t) {
     srand(static_cast<unsigned>(t));
     std::string key;
     while (key.size() < 16) {
-        char c =
-            static_cast<char>(static_cast<int>(1.0f + (rand() / 2147483648.0f * 93.0f + 33.0f)));
-        key += c == ':' ? "" : std::string(1, c);
+        int c = static_cast<int>(1.0f + (rand() / 2147483648.0f * 93.0f + 33.0f));
+        if (c != ':') key += static_cast<char>(c);
     }
     return key;
 }
 
 TEST(CipherWrapperTest, StringsRoundTripThroughUpperCaseHexWithAGeneratedKey) {
-    const char* key = nullptr;
-    for (int tries = 0; tries < 3; tries++) {  // again when the second turns in between
-        time_t t = time(nullptr);
-        std::string expected = keyOfSecond(t);
+    time_t t;
+    const char* key;
+    do {  // again when the second turns in between
+        t = time(nullptr);
         key = tavik::realaes::generateKey();
-        if (time(nullptr) == t) {
-            EXPECT_EQ(expected, key);
-            break;
-        }
-    }
-    ASSERT_EQ(std::strlen(key), 16u);
+    } while (time(nullptr) != t);
+    EXPECT_EQ(keyOfSecond(t), key);
     tavik::realaes w;
     w.setKey(reinterpret_cast<const unsigned char*>(key));
     for (std::string s : {"", "exactly 16 bytes", "\x01\x7f\x80\xff and high bytes"}) {

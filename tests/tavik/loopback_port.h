@@ -3,8 +3,9 @@
 #define TESTS_TAVIK_LOOPBACK_PORT_H
 
 #include <arpa/inet.h>
-#include <dirent.h>
 #include <unistd.h>
+
+#include <filesystem>
 
 #include <gtest/gtest.h>
 
@@ -28,11 +29,8 @@ struct LoopbackPort {
 };
 
 inline int openDescriptors() {
-    int n = 0;
-    DIR* d = opendir("/proc/self/fd");
-    while (readdir(d) != nullptr) n++;
-    closedir(d);
-    return n;
+    std::filesystem::directory_iterator fds("/proc/self/fd");
+    return static_cast<int>(std::distance(begin(fds), end(fds)));
 }
 
 #endif  // TESTS_TAVIK_LOOPBACK_PORT_H

@@ -20,8 +20,7 @@ long msWaiting(int seconds, std::atomic<bool>* done) {
 }
 
 // Records the order in which the hooks ran; run() throws.
-class Recorder : public tavik::thread<false> {
-public:
+struct Recorder : tavik::thread<false> {
     void init() override { order += "i"; }
     void run() override {
         order += "r";
@@ -53,8 +52,7 @@ TEST(ThreadTest, RunsHooksInOrderRoutesExceptionsAndReportsTheThreadLimit) {
     EXPECT_EQ(tavik::_waitForRun, never.status);
 }
 
-class SelfDeleting : public tavik::thread<true> {
-public:
+struct SelfDeleting : tavik::thread<true> {
     explicit SelfDeleting(std::atomic<bool>* gone) : gone(gone) {}
     ~SelfDeleting() override { *gone = true; }
     void run() override {}
