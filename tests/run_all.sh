@@ -1,15 +1,13 @@
 #!/usr/bin/env bash
 # Sets up, builds and runs every test:
-#   build/       GCC, warnings as errors, hardened: unit and end-to-end tests, package checks;
-#                benchmarks built, not run
+#   build/       GCC, warnings as errors, hardened: all tests, package checks; benchmarks built
 #   build-clang/ Clang, warnings as errors, AddressSanitizer + UndefinedBehaviorSanitizer: all tests
 #   build-tsan/  Clang, ThreadSanitizer: all tests
 #   build-fuzz/  Clang libFuzzer targets, each run for HOXEN_FUZZ_SECONDS (default 20)
 # Each folder is configured afresh with every option given, whatever configured it before (the
-# demo, say), and the run stops if its cache then holds anything else. All builds are
-# RelWithDebInfo; compiler flags come from these options alone (CFLAGS, CXXFLAGS and LDFLAGS
-# of the environment are not used). Any failing test, sanitizer report or fuzzer finding fails
-# the run.
+# demo, say); the run stops if its cache then holds anything else. All builds are RelWithDebInfo,
+# with compiler flags from these options alone (not CFLAGS, CXXFLAGS or LDFLAGS of the
+# environment). Any failing test, sanitizer report or fuzzer finding fails the run.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 root=$PWD
@@ -22,18 +20,14 @@ export ASAN_OPTIONS=detect_leaks=1:abort_on_error=1:strict_string_checks=1
 export UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1
 export TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1
 
-passed=0
-failed=0
-run_ctest() { # dir
+passed=0 failed=0
+run_ctest() { # dir: fails when a test failed, or when no summary or no test is seen
   local log="$1/ctest.log" rc=0
   (cd "$1" && ctest --output-on-failure --timeout 600 -j "$jobs") 2>&1 | tee "$log" || rc=1
-  local line total fails
-  line=$(grep -E 'tests passed, [0-9]+ tests failed out of [0-9]+' "$log" | tail -n 1 || true)
-  total=$(sed -E 's/.*out of ([0-9]+).*/\1/' <<<"$line")
-  fails=$(sed -E 's/.* ([0-9]+) tests failed.*/\1/' <<<"$line")
-  passed=$((passed + ${total:-0} - ${fails:-0}))
-  failed=$((failed + ${fails:-0}))
-  if [ -z "$line" ] || [ "${total:-0}" -eq 0 ]; then rc=1; fi
+  [[ $(grep -E 'tests passed, [0-9]+ tests failed out of' "$log" | tail -n 1) =~ \
+     ([0-9]+)\ tests\ failed\ out\ of\ ([0-9]+) ]] || return 1
+  passed=$((passed + BASH_REMATCH[2] - BASH_REMATCH[1])) failed=$((failed + BASH_REMATCH[1]))
+  [ "${BASH_REMATCH[2]}" -gt 0 ] || rc=1
   return $rc
 }
 

@@ -1,11 +1,9 @@
 #!/usr/bin/env bash
-# Installs the Debian packages a job needs, when they are missing. Needs root only when
-# something is missing.
+# Installs the Debian packages a job needs, when they are missing (root is needed only then).
 # usage: setup.sh [demo|package|all]
 #   demo     what tools/demo needs: compiler, CMake, Ninja, libuuid, FUSE, mount and ps
 #   package  what the README's package build needs: compiler, CMake, Ninja, libuuid, dpkg-dev
-#   all      (default) everything the build, every test, the sanitizers, the fuzzers, the
-#            benchmarks and the package checks need
+#   all      (default) what the build, tests, sanitizers, fuzzers, benchmarks and packages need
 set -euo pipefail
 
 base=(g++ cmake ninja-build pkg-config uuid-dev libsystemd-dev)

@@ -1,14 +1,12 @@
 // The push client: the text filters, the receive loop on scripted reads (parsing, dispatch,
 // every way the loop ends), then end to end against the push server on 127.0.0.1: handshake,
-// event thread, stopping, and reconnects from inside onDisconnected, as the daemon does, while
-// the server closes its connections: no descriptor, socket or reader may pile up.
+// event thread, stopping, and reconnects from inside onDisconnected with no descriptor piling up.
 #include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <ctime>
 #include <future>
-#include <memory>
 #include <mutex>
 #include <regex>
 #include <stdexcept>
@@ -18,7 +16,6 @@
 #include <vector>
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include "PushClient/BasePushClient.h"
 #include "PushClient/PushClient.h"
@@ -26,21 +23,20 @@
 #include "tests/support/daemon_harness.h"
 
 using namespace std::chrono_literals;
-using pushserver::Handshake;
+using hoxen_test::descriptor_count;
+using hoxen_test::wait_until;
 using events = std::vector<std::string>;
 
 namespace {
 
-// Records every event with the thread it ran on; the test may wait for a number of events.
-// With a port set, it connects again from inside onDisconnected, as the daemon does, until
-// it succeeds or is told to quit.
+// Records every event and its thread; a test may wait for a number of them. With a port set,
+// it connects again from inside onDisconnected, as the daemon does, until it succeeds or quits.
 class RecordingClient : public PushClient {
 public:
     void onDisconnected() override {
         record("disconnected");
-        while (port != 0 && !quitting && !connect("127.0.0.1", port, "BOX", "10", "L")) {
+        while (port != 0 && !quitting && !connect("127.0.0.1", port, "BOX", "10", "L"))
             std::this_thread::sleep_for(10ms);
-        }
         ++reconnects;
     }
     void onError(const char* message) override { record(std::string("error:") + message); }
@@ -94,32 +90,16 @@ protected:
     bool connect(const char* login = "L") {
         return client.connect("127.0.0.1", server.port(), "BOX", "10", login);
     }
-    void connectAndShake(size_t conn, Handshake* shake = nullptr) {
+    void connectAndShake(size_t conn, pushserver::Handshake* shake = nullptr) {
         ASSERT_TRUE(connect());
         ASSERT_TRUE(server.waitForHandshake(conn, 5s, shake));
     }
-    // The bytes connection conn has sent once n of them arrived and nothing more followed.
-    std::string sentBy(size_t conn, size_t n) {
-        EXPECT_TRUE(server.waitForBytes(conn, n, 5s));
-        std::this_thread::sleep_for(50ms);
-        return server.received(conn);
-    }
 
     pushserver::PushServer server;
-    // Receive threads are detached and touch their session until they have wholly ended, so
-    // the tests keep every connected facade until the process ends, as the daemon does.
+    // Detached receive threads touch their session to their end: facades live as long as we do.
     inline static std::vector<RecordingClient*>* kept = new std::vector<RecordingClient*>;
     RecordingClient& client = *kept->emplace_back(new RecordingClient);
 };
-
-int openDescriptors() {
-    return hoxen_test::descriptor_count(getpid());
-}
-
-// True once the descriptor count came back to `baseline`, within 2 s.
-bool descriptorsBackTo(int baseline) {
-    return hoxen_test::wait_until([&] { return openDescriptors() == baseline; }, 2);
-}
 
 // The receive loop of a session that never connected (so _disconnect returns at once) on a
 // script instead of a socket. Each step answers one read: bytes (as many as asked, the rest
@@ -131,7 +111,7 @@ bool descriptorsBackTo(int baseline) {
 std::string scripted(std::vector<std::string> steps, bool connected, std::string release) {
     RecordingClient app;
     Client& session = *static_cast<Client*>(app.client);
-    session.connected = connected;
+    session.connected = session.connected || connected;  // else as a new session has it
     std::string trace;
     size_t next = 0, shown = 0;
     bool taken = false;
@@ -211,13 +191,9 @@ TEST(ReceiveLoopTest, ReadsFramesAndEndsEachWayWithItsOwnEvents) {
         {{"00", "@"}, "4 2 c1 s0"},
         {{"0005", "@#1:ab"}, "4 5 c1 s0"},
     };
-    for (auto& c : cases) {
-        EXPECT_EQ(c.trace, scripted(c.steps, c.connected, c.release)) << c.trace;
-    }
+    for (auto& c : cases) EXPECT_EQ(c.trace, scripted(c.steps, c.connected, c.release));
     // A new session is not connected, and its idle wait sleeps between looks at the flags:
     // 300 ms of waiting cost next to no CPU.
-    RecordingClient fresh;
-    EXPECT_FALSE(static_cast<Client*>(fresh.client)->connected);
     const std::clock_t cpu = std::clock();
     EXPECT_EQ("[disconnected] c1 s1", scripted({}, false, "sc"));
     EXPECT_LT(std::clock() - cpu, CLOCKS_PER_SEC / 30);
@@ -245,9 +221,8 @@ TEST(CharsetTest, Utf2ansiFoldsSevenBitSequencesOnly) {
              {"\xf7", 64, "0||0"},
              {"\xf1zzz", 64, "0|\x01zz|4"},  // the lead's own bits stand
              {"\xf0\x80\x81\x81z", 64, "0|Az|5"},  // overlong in four bytes
-             {"abc", 2, "0|ab|2"}}) {
+             {"abc", 2, "0|ab|2"}})
         EXPECT_EQ(folded, filtered(utf2ansi, in, room));
-    }
     int outLen = 5, inLen = 5;
     unsigned char out[5];
     EXPECT_EQ(0, utf2ansi(out, &outLen, nullptr, &inLen));
@@ -257,8 +232,8 @@ TEST(CharsetTest, Utf2ansiFoldsSevenBitSequencesOnly) {
 }
 
 TEST_F(PushSessionTest, ConnectsAnewRetiringTheConnectionBeforeAndDisconnectsQuietly) {
-    const int baseline = openDescriptors();
-    Handshake first, second;
+    const int baseline = descriptor_count();
+    pushserver::Handshake first, second;
     connectAndShake(0, &first);
     EXPECT_TRUE(std::regex_match(first.identifier, std::regex("[0-9a-f]{32}")));
     ASSERT_TRUE(server.sendFrame(0, "#2:true:ab"));
@@ -292,26 +267,25 @@ TEST_F(PushSessionTest, ConnectsAnewRetiringTheConnectionBeforeAndDisconnectsQui
     EXPECT_EQ("BOX:(" + second.identifier + ")10\nL\n\n", server.received(1));
     client.disconnect();
     for (size_t conn = 0; conn < 3; ++conn) server.close(conn);
-    EXPECT_TRUE(descriptorsBackTo(baseline)) << openDescriptors() << " open, " << baseline;
+    EXPECT_TRUE(wait_until([&] { return descriptor_count() == baseline; }, 2));
 
     // Sent up to a byte above 0x7F, and never more than 2043 bytes.
     ASSERT_TRUE(connect("ab\xe9zz"));
-    EXPECT_EQ("\nab", sentBy(3, 43).substr(40));
     client.disconnect();
     ASSERT_TRUE(connect(std::string(3000, 'x').c_str()));
-    EXPECT_EQ(std::string(2043 - 41, 'x'), sentBy(4, 2043).substr(41));
+    client.disconnect();
+    ASSERT_TRUE(server.waitForPeerClose(3, 5s) && server.waitForPeerClose(4, 5s));
+    EXPECT_EQ("\nab", server.received(3).substr(40));
+    EXPECT_EQ(std::string(2043 - 41, 'x'), server.received(4).substr(41));
 }
 
 TEST_F(PushSessionTest, HandshakeFailingBeforeAnyReceiveThreadFailsTheConnectAtOnce) {
-    auto done = std::make_shared<std::promise<bool>>();
-    std::future<bool> connected = done->get_future();
+    std::future<bool> connected;
     {
         // The handshake's identifier is a scratch text: holding the pool's lock parks the
         // client between its TCP connect and its send while the server resets the connection.
         tavik::_objBlocking parked(&tavik::g_rav.sync);
-        std::thread([&app = client, done, port = server.port()] {
-            done->set_value(app.connect("127.0.0.1", port, "BOX", "10", "L"));
-        }).detach();
+        connected = std::async(std::launch::async, [&] { return connect(); });
         ASSERT_TRUE(server.waitForConnections(1, 5s));
         ASSERT_TRUE(server.reset(0));
         std::this_thread::sleep_for(100ms);
@@ -326,27 +300,23 @@ TEST_F(PushSessionTest, HandshakeFailingBeforeAnyReceiveThreadFailsTheConnectAtO
 TEST_F(PushSessionTest, ThousandServerClosesAnsweredFromTheHandlerKeepDescriptorsFlat) {
     const size_t rounds = 1000;
     client.port = server.port();
-    const int baseline = openDescriptors();
+    const int baseline = descriptor_count();
     ASSERT_TRUE(connect());
     int peak = 0;
     for (size_t i = 0; i < rounds; ++i) {
         ASSERT_TRUE(server.waitForHandshake(i, 10s)) << "round " << i;
-        if (i % 100 == 0) {
-            ASSERT_TRUE(server.sendFrame(i, "#1:hello"));
-        }
+        ASSERT_TRUE(i % 100 != 0 || server.sendFrame(i, "#1:hello"));
         ASSERT_TRUE(server.close(i));
-        peak = std::max(peak, openDescriptors());
+        peak = std::max(peak, descriptor_count());
     }
     ASSERT_TRUE(server.waitForHandshake(rounds, 10s));
-    // The handshake is out before connect() has set its flags: disconnecting earlier would race
-    // the last reconnect.
-    ASSERT_TRUE(hoxen_test::wait_until([&] { return client.reconnects == rounds; }, 10));
+    // connect() sets its flags after the handshake: disconnecting earlier races the last one.
+    ASSERT_TRUE(wait_until([&] { return client.reconnects == rounds; }, 10));
     client.quitting = true;
     client.disconnect();
     EXPECT_LE(peak, baseline + 4);  // the client's socket and the server's end, twice at most
     EXPECT_TRUE(server.close(rounds));
-    EXPECT_TRUE(descriptorsBackTo(baseline))
-        << openDescriptors() << " open, " << baseline << " before";
+    EXPECT_TRUE(wait_until([&] { return descriptor_count() == baseline; }, 2));
     events seen = client.eventsSoFar();
     EXPECT_EQ(rounds, size_t(std::count(seen.begin(), seen.end(), "disconnected")));
     EXPECT_EQ(rounds / 100, size_t(std::count(seen.begin(), seen.end(), "receive:hello")));

@@ -21,9 +21,8 @@ fi
 for f in "${files[@]}"; do
   [ -f "$prefix/$f" ] || fail "$f not installed"
 done
-if grep -rqs -e "$source_dir" -e "$build_dir" -e "libuuid.so" "$prefix/$lib/cmake" "$prefix/$lib/pkgconfig"; then
+! grep -rqs -e "$source_dir" -e "$build_dir" -e "libuuid.so" "$prefix/$lib/cmake" "$prefix/$lib/pkgconfig" ||
   fail "installed package files name build paths: $(grep -rl -e "$build_dir" "$prefix/lib" || true)"
-fi
 
 echo "== find_package(tavik CONFIG)"
 cmake -S "$consumer" -B "$work/consumer-cmake" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" \
@@ -40,9 +39,7 @@ c++ -std=c++17 -o "$work/consumer-pkgconfig" "$consumer/main.cpp" $flags \
   || fail "consumer build (pkg-config)"
 "$work/consumer-pkgconfig" || fail "consumer built through pkg-config"
 # Every header of the source tree is installed and compiles with what is installed beside it.
-for header in "$source_dir"/tavik/*.h; do
-  echo "#include \"tavik/$(basename "$header")\""
-done >"$work/all_headers.cpp"
+(cd "$source_dir" && printf '#include "%s"\n' tavik/*.h) >"$work/all_headers.cpp"
 # shellcheck disable=SC2086
 c++ -std=c++17 -fsyntax-only $flags "$work/all_headers.cpp" || fail "installed headers"
 echo "install test passed"

@@ -13,14 +13,12 @@ trap '[ -z "$fuse" ] || kill "$fuse" 2>/dev/null || true; umount -l /tmp/quillo 
 
 condition=$(sed -n 's/^ExecCondition=//p' "$source_dir/packaging/hoxen.service")
 [ -n "$condition" ] || fail "no ExecCondition in the unit"
-check() { # met|unmet description
+check() { # met|unmet description: met is status 0, unmet 1 to 254
   local status=0
   eval "$condition" || status=$?
-  if [ "$1" = met ]; then
-    [ "$status" = 0 ] || fail "$2: status $status, expected 0"
-  elif [ "$status" -lt 1 ] || [ "$status" -gt 254 ]; then
-    fail "$2: status $status, expected 1-254"
-  fi
+  [ "$1" = met ] && [ "$status" = 0 ] && return
+  [ "$1" = unmet ] && [ "$status" -ge 1 ] && [ "$status" -le 254 ] && return
+  fail "$2: status $status, the condition should be $1"
 }
 
 check unmet "no mount"

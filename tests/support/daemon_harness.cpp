@@ -127,6 +127,7 @@ Child::Child(const std::vector<std::string>& argv) {
     _pid = fork();
     if (_pid == 0) {
         dup2(fds[1], STDOUT_FILENO);
+        close_range(3, ~0U, 0);  // the program starts with none of the test's other descriptors
         execv(args[0], args.data());
         _exit(127);
     }
@@ -161,9 +162,7 @@ bool Child::wait_exit(double seconds, int* status) {
 
 bool Child::running() {
     int status;
-    if (_pid > 0 && !_reaped && waitpid(_pid, &status, WNOHANG) == _pid)
-        _reaped = true;
-    return _pid > 0 && !_reaped;
+    return _pid > 0 && !_reaped && !wait_exit(0, &status);
 }
 
 const char kHoxen[] = HOXEN_BINARY_DIR "/hoxen";
@@ -205,10 +204,8 @@ ConnectedDaemon::ConnectedDaemon(const std::string& mountDir, std::vector<std::s
     args.insert(args.begin(), {kHoxen, "127.0.0.1", std::to_string(server.port())});
     args.insert(args.begin(), launcher.begin(), launcher.end());
     daemon = std::make_unique<Child>(args);
-    if (!serverDown) {
-        EXPECT_TRUE(server.waitForHandshake(0, std::chrono::seconds(10), &hello))
-            << daemon->output();
-    }
+    EXPECT_TRUE(serverDown || server.waitForHandshake(0, std::chrono::seconds(10), &hello))
+        << daemon->output();
 }
 
 ConnectedDaemon::~ConnectedDaemon() {

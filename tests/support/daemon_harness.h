@@ -1,10 +1,10 @@
 // Helpers shared by the daemon's tests and benchmarks: child processes, fake commands, logs,
 // the daemon against its own push server with a quillo FUSE mount (tools/quillo_fuse).
 // Meant for one test thread; what a helper launches it also reaps.
-#ifndef HOXEN_TESTS_SUPPORT_DAEMON_HARNESS_H
-#define HOXEN_TESTS_SUPPORT_DAEMON_HARNESS_H
+#pragma once
 
 #include <sys/types.h>
+#include <unistd.h>
 
 #include <functional>
 #include <memory>
@@ -24,7 +24,7 @@ int count_of(const std::string& text, const std::string& piece);
 // Polls `done` every 20 ms for at most `seconds`; true once it held.
 bool wait_until(const std::function<bool()>& done, double seconds);
 std::string daily_log_path();  // today's, by local time
-int descriptor_count(pid_t pid);
+int descriptor_count(pid_t pid = getpid());
 
 // A child process whose standard output the test reads through a pipe; its standard error
 // stays the test's own. Destruction kills (SIGKILL) and reaps it if it still runs.
@@ -88,5 +88,3 @@ struct ConnectedDaemon {
 };
 
 }  // namespace hoxen_test
-
-#endif  // HOXEN_TESTS_SUPPORT_DAEMON_HARNESS_H

@@ -7,17 +7,12 @@ set -euo pipefail
 tool=$2/hoxen-pushserver
 work=$(mktemp -d)
 server=
-cleanup() {
-  [ -z "$server" ] || kill "$server" 2>/dev/null || true
-  rm -rf "$work"
-}
-trap cleanup EXIT
+trap '[ -z "$server" ] || kill "$server" 2>/dev/null || true; rm -rf "$work"' EXIT
 fail() { echo "FAIL: $*" >&2; cat "$work/out" >&2 2>/dev/null || true; exit 1; }
 has() { for line; do grep -qxF -- "$line" "$work/out" || fail "no line: $line"; done; }
 
 start() { # tool arguments... (standard input from $input, /dev/null by default)
-  : >"$work/out"  # exists and is empty before the look for the port: the
-                  # background redirection may come later
+  : >"$work/out"  # empty before the look for the port: the redirection below may come later
   "$tool" --port 0 "$@" <"${input:-/dev/null}" >"$work/out" 2>&1 &
   server=$!
   for _ in $(seq 100); do
@@ -30,8 +25,7 @@ start() { # tool arguments... (standard input from $input, /dev/null by default)
 client() { # handshake [hang-up] -> the bytes the server sends until it closes, in $got
   exec 3<>"/dev/tcp/127.0.0.1/$port"
   printf '%b' "$1" >&3
-  got=
-  [ "${2:-}" = hang-up ] || got=$(timeout 5 cat <&3 || true)
+  got=$([ "${2:-}" = hang-up ] || timeout 5 cat <&3 || true)
   exec 3<&-
 }
 finish() { # expected status
