@@ -1,8 +1,7 @@
 // The JSON text parser written out step by step, plainly and slowly: clean the text, cut the
-// top level into tokens, pair keys with values, and cut every braced or bracketed token again
-// at its own level. With the writer's text and the listing of what it builds, a comparison
-// with what the library builds, and random texts heavy in the bytes the parser treats
-// specially. Shared by json_parser_test and json_fuzz.
+// top level into tokens, pair keys with values, cut every group again at its own level. With
+// the writer, the listing, a comparison with the library and random texts heavy in the bytes
+// the parser treats specially. Shared by json_parser_test and json_fuzz.
 #pragma once
 
 #include <stdint.h>
@@ -138,18 +137,12 @@ inline std::string applyEscape(const std::string& s) {
     return out.substr(0, out.find('\0'));  // a C text ends at a decoded zero byte
 }
 
-inline std::string unquoted(const std::string& t) {
-    return applyEscape(removeBrace(t, '"', '"', false));
-}
-
 // Members of an object or elements of an array, from the tokens of its inside.
 inline void subProcess(node& j, const std::vector<std::string>& tokens) {
     int mode = 0;  // 0: a key comes next, 1: its value
     std::string name;
     for (const std::string& t : tokens) {
-        if (t.empty() || (t.size() == 1 && std::string(":,\n\r\t").find(t[0]) != t.npos)) {
-            continue;
-        }
+        if (t.empty() || (t.size() == 1 && std::string(":,\n\r\t").find(t) != t.npos)) continue;
         node n(isBraceString(t, '{', '}')       ? node::object
                : isBraceString(t, '[', ']')     ? node::array
                : t == "null"                    ? node::none
@@ -157,21 +150,16 @@ inline void subProcess(node& j, const std::vector<std::string>& tokens) {
                                                 : node::value);
         if (n.kind == node::object && j.kind == node::object && (name.empty() || mode == 0)) {
             subProcess(j, getTokens(t.substr(1, t.size() - 2)));  // merged into this object
-            continue;
         } else if (n.kind == node::object || n.kind == node::array) {
             subProcess(n, getTokens(t.substr(1, t.size() - 2)));
-        } else if (j.kind == node::array) {
-            continue;  // scalars in an array are dropped
+            j.kind == node::array ? j.kids.push_back(std::move(n)) : j.add(name, std::move(n));
+            mode = 0;
+        } else if (j.kind == node::array) {  // scalars in an array are dropped
         } else if (mode == 0) {
-            name = unquoted(t);
+            name = applyEscape(removeBrace(t, '"', '"', false));
             mode = 1;
-            continue;
-        } else if (n.kind != node::none) {
-            n.s = unquoted(t);
-        }
-        if (j.kind == node::array) {
-            j.kids.push_back(std::move(n));
         } else {
+            n.s = n.kind == node::none ? "" : applyEscape(removeBrace(t, '"', '"', false));
             j.add(name, std::move(n));
             mode = 0;
         }
@@ -187,13 +175,10 @@ struct parsed {
 inline parsed generate(const std::string& str) {
     parsed r;
     size_t from = str.find_first_not_of(' ');
-    if (from == std::string::npos || str[from] != '{') {
-        r.wrong = str;
-        return r;
-    }
-    std::string trimmed = str.substr(from, str.find_last_not_of(' ') + 1 - from);
+    r.accepted = from != std::string::npos && str[from] == '{';
+    if (!r.accepted) r.wrong = str;
+    std::string trimmed = r.accepted ? str.substr(from, str.find_last_not_of(' ') + 1 - from) : "";
     subProcess(r.doc, getTokens(removeGabage(trimmed)));
-    r.accepted = true;
     return r;
 }
 
@@ -267,12 +252,9 @@ inline std::string check(const std::string& text) {
 // The parser's separate steps on any text, the helpers also on each token, all on exact-size
 // copies so that a read past a text is caught. Each result the library returns is freed.
 inline std::string checkSteps(const std::string& text) {
-    auto exact = [](const std::string& t) {
-        return std::unique_ptr<char[]>(tavik::newString(t.c_str()));
-    };
-    auto same = [](const std::string& want, char* got) {
-        return want == std::unique_ptr<char[]>(got).get();
-    };
+    using owned = std::unique_ptr<char[]>;
+    auto exact = [](const std::string& t) { return owned(tavik::newString(t.c_str())); };
+    auto same = [](const std::string& want, char* got) { return want == owned(got).get(); };
     tavik::json j;
     if (!same(removeGabage(text), j.removeGabage(exact(text).get()))) return "removeGabage";
     std::vector<std::string> tokens = getTokens(text);
@@ -309,10 +291,8 @@ inline std::string checkSteps(const std::string& text) {
 // specially mixed in, repeated keys, null, unbalanced groups, text after the closing brace,
 // and now and then a couple of hundred levels of nesting ----
 
-class textGenerator {
-public:
+struct textGenerator {
     explicit textGenerator(uint32_t seed) : rnd(seed) {}
-
     std::string next() {
         groups = pick(100) == 0 ? 250 : 12;  // a deep text spends most on one chain
         messy = pick(3) != 0;
@@ -322,16 +302,13 @@ public:
         return s + (pick(4) ? "" : noise(pick(8))) + (pick(10) ? "" : "  ");
     }
 
-private:
     std::mt19937 rnd;
     int groups = 0;     // groups this text may still open
     bool messy = true;  // stray bytes in values, unbalanced groups
 
     unsigned pick(unsigned n) { return rnd() % n; }
     template <size_t n>
-    const char* any(const char* const (&options)[n]) {
-        return options[pick(n)];
-    }
+    const char* any(const char* const (&options)[n]) { return options[pick(n)]; }
     std::string noise(unsigned n) {
         std::string s;
         while (n--) {
