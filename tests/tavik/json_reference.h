@@ -232,8 +232,6 @@ inline std::string display(const node& doc, const std::string& wrong, const char
     return out;
 }
 
-// ---- the library against the reference ----
-
 // The first difference between the library and the reference on one text, or "".
 inline std::string check(const std::string& text) {
     parsed want = generate(text);
@@ -280,9 +278,8 @@ inline std::string checkSteps(const std::string& text) {
     return getDoc(object) == j.getDoc() ? "" : "subProcess";
 }
 
-// ---- random texts: mostly documents of the usual shape, with the bytes the parser treats
-// specially mixed in, repeated keys, null, unbalanced groups, text after the closing brace,
-// and now and then a couple of hundred levels of nesting ----
+// Random texts: mostly documents of the usual shape, with the bytes the parser treats specially,
+// repeated keys, null, unbalanced groups, trailing text, now and then hundreds of levels deep.
 
 struct textGenerator {
     explicit textGenerator(uint32_t seed) : rnd(seed) {}
