@@ -258,12 +258,10 @@ inline std::string checkSteps(const std::string& text) {
         const std::string& t = i < tokens.size() ? tokens[i] : text;
         if (i < tokens.size() && t != (*got)[i]) return "getTokens";
         for (const char* p : {"{}f", "[]t", "\"\"f"}) {
-            bool ignorePair = p[2] == 't';
-            if (isBraceString(t, p[0], p[1]) != j.isBraceString(exact(t).get(), p[0], p[1])) {
-                return "isBraceString";
-            }
-            if (!same(removeBrace(t, p[0], p[1], ignorePair),
-                      j.removeBrace(exact(t).get(), p[0], p[1], ignorePair))) {
+            char o = p[0], c = p[1];
+            bool pair = p[2] == 't', brace = isBraceString(t, o, c);  // pair: ignorePair
+            if (brace != j.isBraceString(exact(t).get(), o, c)) return "isBraceString";
+            if (!same(removeBrace(t, o, c, pair), j.removeBrace(exact(t).get(), o, c, pair))) {
                 return "removeBrace";
             }
         }
