@@ -9,18 +9,6 @@
 
 using tavik::json;
 
-namespace {
-
-// Every typed read of key, with defaults no member holds: int long long-long double bool bool.
-std::string typedReads(json& j, const char* key) {
-    std::ostringstream out;
-    out << j.getInt(key, -1) << ' ' << j.getLong(key, -2) << ' ' << j.getLongLong(key, -3) << ' '
-        << j.getDouble(key, -4.5) << ' ' << j.getBool(key, true) << j.getBool(key, false);
-    return out.str();
-}
-
-}  // namespace
-
 TEST(JsonModel, AddFormatsEachKindKeepsFirstPositionAndReadsAreTyped) {
     json j;
     j.add("i", -7);
@@ -38,32 +26,34 @@ TEST(JsonModel, AddFormatsEachKindKeepsFirstPositionAndReadsAreTyped) {
         "{\"i\":-7,\"up\":\"TRUE\",\"l\":4000000000,\"big\":-3000000000,\"d\":2.500000,"
         "\"t\":true,\"f\":false,\"oct\":\"010\",\"o\":{\"n\":\"5\"}}",
         j.getDoc());
+    // Every typed read, with defaults no member holds: int long long-long double bool bool.
     // Only the exact text "true" is true; numbers read in base 10; an object member, a
     // missing one and a removed one give the defaults.
     j.remove("f");
-    std::string all;
+    std::ostringstream all;
     for (const char* key : {"i", "up", "big", "d", "t", "oct", "o:n", "o", "none", "f"}) {
-        all += typedReads(j, key) + "|";
+        all << j.getInt(key, -1) << ' ' << j.getLong(key, -2) << ' ' << j.getLongLong(key, -3)
+            << ' ' << j.getDouble(key, -4.5) << ' ' << j.getBool(key, true)
+            << j.getBool(key, false) << '|';
     }
     EXPECT_EQ(
         "-7 -7 -7 -7 00|0 0 0 0 00|1294967296 -3000000000 -3000000000 -3e+09 00|2 2 2 2.5 00|"
         "0 0 0 0 11|10 10 10 10 00|5 5 5 5 00|-1 -2 -3 -4.5 10|-1 -2 -3 -4.5 10|"
         "-1 -2 -3 -4.5 10|",
-        all);
+        all.str());
 
+    // Removed and added again, a key is new to the map and is appended once more.
     j.remove(j.getKey(0));  // the caller may pass the stored key itself
-    tavik::smartPtr<tavik::strArr> keys(j.getKeyArray());
-    tavik::smartPtr<tavik::strArr> values(j.getValueArray());
-    ASSERT_EQ(9u, values->length);
-    EXPECT_STREQ("i", (*keys)[0]);
-    EXPECT_STREQ("o", (*keys)[8]);
-    EXPECT_EQ(nullptr, (*values)[0]);
-    EXPECT_STREQ("TRUE", (*values)[1]);
-    EXPECT_STREQ("2.500000", (*values)[4]);
-    // Added again, the key is new to the map and is appended once more.
     j.add("i", "again");
-    EXPECT_EQ(10u, j.getKeyCount());
-    EXPECT_STREQ("again", j.get("i", nullptr));
+    tavik::smartPtr<tavik::strArr> keys(j.getKeyArray()), values(j.getValueArray());
+    ASSERT_EQ(10u, values->length);
+    std::string listed;
+    for (size_t i = 0; i < 10; i++) {
+        listed += std::string((*keys)[i]) + "=" + ((*values)[i] ? (*values)[i] : "-") + " ";
+    }
+    EXPECT_EQ("i=again up=TRUE l=4000000000 big=-3000000000 d=2.500000 t=true f=- oct=010 o=- "
+              "i=again ",
+              listed);
     EXPECT_EQ(nullptr, j.getKey(10));
     j.reset();
     EXPECT_TRUE(j.isEmpty());
@@ -100,7 +90,6 @@ TEST(JsonModel, PathReadsWalkObjectsAndArrayElements) {
     json::array* inner = new json::array;
     arr->add(inner);
     arr->add(new tavik::jsonObject("s", false));
-    EXPECT_EQ(3u, arr->size());
     for (unsigned long e = 0; e < 3; e++) {
         EXPECT_EQ(e == 0 ? arr->getAt(0) : nullptr, arr->getJson(e)) << e;
         EXPECT_EQ(e == 1 ? inner : nullptr, arr->getArray(e)) << e;
@@ -109,11 +98,8 @@ TEST(JsonModel, PathReadsWalkObjectsAndArrayElements) {
     delete inner;
     EXPECT_EQ(2u, j.getArraySize("arr"));
     EXPECT_STREQ("s", arr->getAt(1)->get());
-    // A middle part starting with 0x01 is a plain member step; any other goes through the
-    // bracketed branch, so a plain object there is not found.
-    const char two[] = "{\"two\":[{},{\"x\":\"1\"}]}";
-    j.add("\x01p", new json(two));
-    j.add("p", new json(two));
+    // A middle part starting with 0x01 is a plain member step (any other, as "a" above, goes
+    // through the bracketed branch).
+    j.add("\x01p", new json("{\"two\":[{},{\"x\":\"1\"}]}"));
     EXPECT_STREQ("1", j.getSubset("\x01p:two", 0)->get("x", nullptr));
-    EXPECT_EQ(nullptr, j.getSubset("p:two", 0));
 }

@@ -1,8 +1,7 @@
 // The JSON text parser written out step by step, plainly and slowly: clean the text, cut the
-// top level into tokens, pair keys with values, and cut every braced or bracketed token again
-// at its own level. With the writer's text and the listing of what it builds, a comparison
-// with what the library builds, and random texts heavy in the bytes the parser treats
-// specially. Shared by json_parser_test and json_fuzz.
+// top level into tokens, pair keys with values, cut every group again at its own level. With
+// the writer, the listing, a comparison with the library and random texts heavy in the bytes
+// the parser treats specially. Shared by json_parser_test and json_fuzz.
 #pragma once
 
 #include <stdint.h>
@@ -69,8 +68,7 @@ inline std::vector<std::string> getTokens(const std::string& s) {
         if (backSlashMode || c == '\\') {
             backSlashMode = !backSlashMode;
         } else if (mode >= 10 && c == '"') {
-            mode -= 10;
-            if (mode == 0) emit("");
+            if ((mode -= 10) == 0) emit("");
         } else if (mode == 1 || mode == 2) {
             mode += c == '"' ? 10 : 0;
             openCount += c == pair[0] ? 1 : c == pair[1] ? -1 : 0;
@@ -117,29 +115,22 @@ inline std::string applyEscape(const std::string& s) {
         inQuote ^= s[i] == '"';
         if (s[i] != '\\' || inQuote) {
             out += s[i];
-            continue;
-        }
-        char next = ++i < s.size() ? s[i] : '\0';  // a last backslash is dropped
-        if (next == 'x') {
+        } else if (++i < s.size() && s[i] == 'x') {
             size_t end = std::min(s.find(' ', i), s.size());
             out += static_cast<char>(tavik::xtoi(s.substr(i + 1, end - i - 1).c_str()) & 0xFF);
             i = end - 1;
-        } else if (next == 'u') {
+        } else if (i < s.size() && s[i] == 'u') {
             std::string four = s.substr(i + 1, 4);  // or as many as are left
             unsigned v = tavik::xtoi(four.c_str()) & 0xFFFF;
             std::string bytes{static_cast<char>(v & 0xFF), static_cast<char>(v >> 8)};
             out += bytes.substr(0, bytes.find('\0'));
             i += four.size();
-        } else if (next) {
-            size_t k = letters.find(next);
-            out += k == std::string::npos ? next : controls[k];
+        } else if (i < s.size()) {  // a last backslash is dropped
+            size_t k = letters.find(s[i]);
+            out += k == std::string::npos ? s[i] : controls[k];
         }
     }
     return out.substr(0, out.find('\0'));  // a C text ends at a decoded zero byte
-}
-
-inline std::string unquoted(const std::string& t) {
-    return applyEscape(removeBrace(t, '"', '"', false));
 }
 
 // Members of an object or elements of an array, from the tokens of its inside.
@@ -147,9 +138,7 @@ inline void subProcess(node& j, const std::vector<std::string>& tokens) {
     int mode = 0;  // 0: a key comes next, 1: its value
     std::string name;
     for (const std::string& t : tokens) {
-        if (t.empty() || (t.size() == 1 && std::string(":,\n\r\t").find(t[0]) != t.npos)) {
-            continue;
-        }
+        if (t.empty() || (t.size() == 1 && std::string(":,\n\r\t").find(t) != t.npos)) continue;
         node n(isBraceString(t, '{', '}')       ? node::object
                : isBraceString(t, '[', ']')     ? node::array
                : t == "null"                    ? node::none
@@ -157,21 +146,16 @@ inline void subProcess(node& j, const std::vector<std::string>& tokens) {
                                                 : node::value);
         if (n.kind == node::object && j.kind == node::object && (name.empty() || mode == 0)) {
             subProcess(j, getTokens(t.substr(1, t.size() - 2)));  // merged into this object
-            continue;
         } else if (n.kind == node::object || n.kind == node::array) {
             subProcess(n, getTokens(t.substr(1, t.size() - 2)));
-        } else if (j.kind == node::array) {
-            continue;  // scalars in an array are dropped
+            j.kind == node::array ? j.kids.push_back(std::move(n)) : j.add(name, std::move(n));
+            mode = 0;
+        } else if (j.kind == node::array) {  // scalars in an array are dropped
         } else if (mode == 0) {
-            name = unquoted(t);
+            name = applyEscape(removeBrace(t, '"', '"', false));
             mode = 1;
-            continue;
-        } else if (n.kind != node::none) {
-            n.s = unquoted(t);
-        }
-        if (j.kind == node::array) {
-            j.kids.push_back(std::move(n));
         } else {
+            n.s = n.kind == node::none ? "" : applyEscape(removeBrace(t, '"', '"', false));
             j.add(name, std::move(n));
             mode = 0;
         }
@@ -187,13 +171,10 @@ struct parsed {
 inline parsed generate(const std::string& str) {
     parsed r;
     size_t from = str.find_first_not_of(' ');
-    if (from == std::string::npos || str[from] != '{') {
-        r.wrong = str;
-        return r;
-    }
-    std::string trimmed = str.substr(from, str.find_last_not_of(' ') + 1 - from);
+    r.accepted = from != std::string::npos && str[from] == '{';
+    if (!r.accepted) r.wrong = str;
+    std::string trimmed = r.accepted ? str.substr(from, str.find_last_not_of(' ') + 1 - from) : "";
     subProcess(r.doc, getTokens(removeGabage(trimmed)));
-    r.accepted = true;
     return r;
 }
 
@@ -251,28 +232,22 @@ inline std::string display(const node& doc, const std::string& wrong, const char
     return out;
 }
 
-// ---- the library against the reference ----
-
 // The first difference between the library and the reference on one text, or "".
 inline std::string check(const std::string& text) {
     parsed want = generate(text);
     tavik::json j;
     if (j.generate(text.c_str()) != want.accepted) return "generate's result";
-    const char* wrong = j.latestWrongPacket.get();
-    if (want.wrong != (wrong ? wrong : "")) return "latestWrongPacket";
     if (getDoc(want.doc) != j.getDoc()) return "getDoc";
+    // The listing of an empty document is the rejected text, if any.
     return display(want.doc, want.wrong, nullptr, 0) != j.getDisplay() ? "getDisplay" : "";
 }
 
 // The parser's separate steps on any text, the helpers also on each token, all on exact-size
 // copies so that a read past a text is caught. Each result the library returns is freed.
 inline std::string checkSteps(const std::string& text) {
-    auto exact = [](const std::string& t) {
-        return std::unique_ptr<char[]>(tavik::newString(t.c_str()));
-    };
-    auto same = [](const std::string& want, char* got) {
-        return want == std::unique_ptr<char[]>(got).get();
-    };
+    using owned = std::unique_ptr<char[]>;
+    auto exact = [](const std::string& t) { return owned(tavik::newString(t.c_str())); };
+    auto same = [](const std::string& want, char* got) { return want == owned(got).get(); };
     tavik::json j;
     if (!same(removeGabage(text), j.removeGabage(exact(text).get()))) return "removeGabage";
     std::vector<std::string> tokens = getTokens(text);
@@ -283,36 +258,28 @@ inline std::string checkSteps(const std::string& text) {
         const std::string& t = i < tokens.size() ? tokens[i] : text;
         if (i < tokens.size() && t != (*got)[i]) return "getTokens";
         for (const char* p : {"{}f", "[]t", "\"\"f"}) {
-            bool ignorePair = p[2] == 't';
-            if (isBraceString(t, p[0], p[1]) != j.isBraceString(exact(t).get(), p[0], p[1])) {
-                return "isBraceString";
-            }
-            if (!same(removeBrace(t, p[0], p[1], ignorePair),
-                      j.removeBrace(exact(t).get(), p[0], p[1], ignorePair))) {
+            char o = p[0], c = p[1];
+            bool pair = p[2] == 't', brace = isBraceString(t, o, c);  // pair: ignorePair
+            if (brace != j.isBraceString(exact(t).get(), o, c)) return "isBraceString";
+            if (!same(removeBrace(t, o, c, pair), j.removeBrace(exact(t).get(), o, c, pair))) {
                 return "removeBrace";
             }
         }
         if (!same(applyEscape(t), j.applyEscape(exact(t).get()))) return "applyEscape";
     }
-    node object, holder;  // holder: the array as the member of an object, to be written
-    holder.add("a", node(node::array));
+    node object, list(node::array);  // the array is written as a member of the object
     subProcess(object, tokens);
-    subProcess(holder.kids[0], tokens);
-    tavik::json built;
-    built.add("a", j.subProcess(new tavik::json::array, got.getPtr()));
-    bool alike = getDoc(object) == j.subProcess(&j, got.getPtr())->getDoc() &&
-                 getDoc(holder) == built.getDoc();
-    return alike ? "" : "subProcess";
+    subProcess(list, tokens);
+    object.add("[]", std::move(list));
+    j.subProcess(&j, got.getPtr())->add("[]", j.subProcess(new tavik::json::array, got.getPtr()));
+    return getDoc(object) == j.getDoc() ? "" : "subProcess";
 }
 
-// ---- random texts: mostly documents of the usual shape, with the bytes the parser treats
-// specially mixed in, repeated keys, null, unbalanced groups, text after the closing brace,
-// and now and then a couple of hundred levels of nesting ----
+// Random texts: mostly documents of the usual shape, with the bytes the parser treats specially,
+// repeated keys, null, unbalanced groups, trailing text, now and then hundreds of levels deep.
 
-class textGenerator {
-public:
+struct textGenerator {
     explicit textGenerator(uint32_t seed) : rnd(seed) {}
-
     std::string next() {
         groups = pick(100) == 0 ? 250 : 12;  // a deep text spends most on one chain
         messy = pick(3) != 0;
@@ -322,16 +289,13 @@ public:
         return s + (pick(4) ? "" : noise(pick(8))) + (pick(10) ? "" : "  ");
     }
 
-private:
     std::mt19937 rnd;
     int groups = 0;     // groups this text may still open
     bool messy = true;  // stray bytes in values, unbalanced groups
 
     unsigned pick(unsigned n) { return rnd() % n; }
     template <size_t n>
-    const char* any(const char* const (&options)[n]) {
-        return options[pick(n)];
-    }
+    const char* any(const char* const (&options)[n]) { return options[pick(n)]; }
     std::string noise(unsigned n) {
         std::string s;
         while (n--) {
