@@ -208,6 +208,8 @@ TEST(StringTest, ConversionsReadAndWriteTextLikeTheCLibrary) {
               (std::vector<double>{double(minus.intValue()), double(octal.longlongValue()),
                                    double(exponent.longValue()), double(wide.longValue()),
                                    exponent.doubleValue()}));
+    const tavik::string null;
+    EXPECT_EQ(0.0, null.intValue() + null.longValue() + null.longlongValue() + null.doubleValue());
     for (const char* yes : {"true", "TRUE", "True"}) EXPECT_TRUE(tavik::string(yes).boolValue());
     for (const char* no : {"1", "yes", "truex", "", static_cast<const char*>(nullptr)})
         EXPECT_FALSE(tavik::string(no).boolValue());
