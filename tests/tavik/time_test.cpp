@@ -203,6 +203,7 @@ TEST(TimeTest, ClockReadingsAreTheCurrentTime) {
 }
 
 TEST(TimeTest, GettersRunOnSeveralThreadsAtOnce) {
+    setZone("UTC0");  // first zone read here: the race checker cannot see the C library's lock
     std::vector<int> wrong(4);
     std::vector<std::thread> threads;
     for (int k = 0; k < 4; k++) {
