@@ -20,15 +20,15 @@ using namespace hoxen_test;
 TEST(DailyLog, FollowsTheLocalDateAndWritesOnlyWhileSwitchedOnLeavingNoStreamOpen) {
     // Local time as struct tm, fields from the seconds up: {s, min, h, day, month - 1, year}.
     const struct tm christmas = {58, 59, 23, 25, 11, 126, 0, 0, 0, 0, nullptr};
-    const struct tm newYear = {0, 0, 0, 1, 0, 127, 0, 0, 0, 0, nullptr};
+    const struct tm june = {1, 2, 3, 4, 5, 127, 0, 0, 0, 0, nullptr};
     const auto log_text = [](std::string text) { log(&text[0]); };
     char text[256];
-    for (auto [when, day] : {std::pair{christmas, "20261225"}, {newYear, "20270101"}}) {
+    for (auto [when, day] : {std::pair{christmas, "20261225"}, {june, "20270604"}}) {
         format_log_file_name(text, sizeof(text), when);
         EXPECT_EQ(text, "/var/log/quillo/hoxen/pushclient_" + std::string(day) + ".log");
     }
-    EXPECT_EQ(format_log_line(text, sizeof(text), christmas, "100% %s %n"), 37u);
-    EXPECT_STREQ(text, "[2026-12-25 23:59:58] : 100% %s %n \r\n");
+    EXPECT_EQ(format_log_line(text, sizeof(text), june, "100% %s %n"), 37u);
+    EXPECT_STREQ(text, "[2027-06-04 03:02:01] : 100% %s %n \r\n");
 
     shell("rm -rf /var/log/quillo /tmp/logging.dat /tmp/commands");
     fake("mkdir", {}, "sleep 1; /bin/mkdir -p \"$@\"");
