@@ -3,6 +3,7 @@
 #include <map>
 #include <memory>
 #include <random>
+#include <string>
 #include <vector>
 #include <cstdlib>
 #include <cstring>
@@ -11,6 +12,7 @@
 #include "tavik/tk_common.h"
 #include "tavik/tk_hash.h"
 #include "tavik/tk_list.h"
+#include "tavik/tk_string.h"
 
 namespace {
 
@@ -99,6 +101,10 @@ TEST(ListTest, CopiesTextsIntoItsItemsAndRemovesTheFirstItemHoldingData) {
               (std::vector<void*>{l.getAt(0), l.getAt(1), l.getAt(2)}));
     tavik::listitem* end = nullptr;  // walking on from the end, or from no position, gives null
     EXPECT_TRUE(l.getNext(&end) == nullptr && l.getNext(nullptr) == nullptr);
+    tavik::strArr texts(2);
+    l.toClassArr(&texts);
+    EXPECT_EQ((std::vector<std::string>{"key", "a"}),
+              (std::vector<std::string>{texts[0], texts[1]}));
     l.removeAll();
     EXPECT_EQ(0u, l.count);
 }
